@@ -1,0 +1,129 @@
+// Synchronisation objects: thin classes over POSIX threads used by the task runtime
+// and the support library. Every object is safe for use from any number of threads.
+// Errors of the underlying initialisation and locking calls are ignored.
+#ifndef TAVIK_RUNTIME_SYNC_H_
+#define TAVIK_RUNTIME_SYNC_H_
+
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <cstdint>
+
+namespace tk {
+
+// A normal (non-recursive) mutex. Destruction unlocks it first, so a mutex held by
+// the destroying thread is destroyed cleanly.
+class TkMutex {
+ public:
+  TkMutex();
+  virtual ~TkMutex();
+  TkMutex(const TkMutex&) = delete;
+  TkMutex& operator=(const TkMutex&) = delete;
+
+  // pthread_mutex_lock / pthread_mutex_unlock; their results, which callers ignore.
+  int Lock();
+  int Unlock();
+
+ private:
+  pthread_mutex_t mutex_;
+};
+
+// Locks a TkMutex for the life of the guard.
+class TkLockGuard {
+ public:
+  explicit TkLockGuard(TkMutex& mutex) : mutex_(mutex) { mutex_.Lock(); }
+  ~TkLockGuard() { mutex_.Unlock(); }
+  TkLockGuard(const TkLockGuard&) = delete;
+  TkLockGuard& operator=(const TkLockGuard&) = delete;
+
+ private:
+  TkMutex& mutex_;
+};
+
+// A condition with a latched signalled state and a 32-bit value. Wait() returns
+// with the event's lock held in every case; the caller must call EndWait() after it,
+// and must not call Set, Reset or IsSet of the same event inside that bracket.
+class TkEvent {
+ public:
+  TkEvent();
+  explicit TkEvent(bool autoReset);
+  // Takes only the auto-reset flag of `other`.
+  TkEvent(const TkEvent& other);
+  TkEvent& operator=(const TkEvent&) = delete;
+  virtual ~TkEvent();
+
+  // Stores `value`, sets the signalled state and wakes every waiter.
+  void Set(uint32_t value = 0);
+  // Clears the signalled state.
+  void Reset();
+  // The signalled state.
+  bool IsSet();
+  // The value passed with the last Set.
+  uint32_t Value() const { return value_; }
+
+  // Waits for the event: `timeoutMs` 0 polls, negative waits without limit.
+  // Returns 0 when signalled, -3 when not signalled after the wait (also for a
+  // poll), -1 on a wait error and -2 on a time-out when the event was nevertheless
+  // signalled at the last moment. The lock is held on return.
+  int Wait(int32_t timeoutMs);
+  // Ends the Wait bracket: consumes the signal of an auto-reset event, releases the lock.
+  void EndWait();
+
+ private:
+  uint32_t value_ = 0;
+  bool autoReset_ = false;
+  bool signalled_ = false;
+  bool inWait_ = false;
+  TkMutex lock_;
+  pthread_cond_t condition_;
+};
+
+// A counting semaphore private to the process.
+class TkSemaphore {
+ public:
+  TkSemaphore();  // count 1
+  explicit TkSemaphore(unsigned count);
+  virtual ~TkSemaphore();
+  TkSemaphore(const TkSemaphore&) = delete;
+  TkSemaphore& operator=(const TkSemaphore&) = delete;
+
+  void Wait();
+  // Takes one unit without blocking; true if one was taken.
+  bool TryWait();
+  // Takes up to `n` units without blocking, stopping at the first failure.
+  void TryWait(int n);
+  void Post();
+  // `n` posts when `n` is positive, nothing otherwise.
+  void Post(int n);
+  // When `n` is positive: drains the count without blocking, then posts `n` times.
+  // When `n` is 0 or negative nothing happens at all.
+  void SetCount(int n);
+  // The current count.
+  int GetValue();
+
+ private:
+  sem_t semaphore_;
+};
+
+// Common base of the runtime's larger objects: its own lock and one flag.
+class TkObject {
+ public:
+  TkObject() = default;
+  virtual ~TkObject() = default;
+  TkObject(const TkObject&) = delete;
+  TkObject& operator=(const TkObject&) = delete;
+
+ protected:
+  TkMutex objectLock_;
+  bool flag_ = false;
+};
+
+// Process-wide mutexes, created by static initialisation before main runs.
+// gSignalMutex serialises installing and re-arming the fatal-signal handler;
+// gTempNameMutex guards the counter of MakeTempFileName.
+extern TkMutex gSignalMutex;
+extern TkMutex gTempNameMutex;
+
+}  // namespace tk
+
+#endif  // TAVIK_RUNTIME_SYNC_H_
