@@ -59,7 +59,8 @@ int64_t ParseInt64(const char* text);
 
 // ---- Tests ---------------------------------------------------------------------
 
-// 1 when `path` can be opened with mode "rb", else 0 (also for null or "").
+// 1 when `path` can be opened with mode "rb", else 0 (also for null or ""). A
+// directory opens too, so it counts as existing here.
 int FileExists(const char* path);
 
 // 1 when `path` opens as a directory, else 0. One trailing "/" and then one trailing
@@ -93,7 +94,9 @@ int RemoveDirectory(const char* path, bool removeItself, const char* filePattern
                     const char* dirPattern);
 
 // Creates `path` (mode 0777 less umask). With `singleLevel`, one mkdir; otherwise
-// every missing component in turn, after TrimWhitespace and "\" -> "/". Returns 1 on
+// every missing component in turn, after TrimWhitespace and "\" -> "/". Components
+// that exist are passed through unchecked: a file in the way fails at the mkdir
+// below it, and a file as the last component counts as success. Returns 1 on
 // success or when it already exists, 0 on failure (directories made so far stay).
 int CreateDirectoryPath(const char* path, bool singleLevel);
 
@@ -119,8 +122,10 @@ int SamePath(std::string& a, std::string& b);
 
 // ---- Reading -------------------------------------------------------------------
 
-// fgets of at most size - 1 bytes, then one trailing LF and one trailing CR are
-// removed. Returns the length read before stripping, 0 at end of file or error.
+// fgets with a limit of size - 1 (so at most size - 2 characters), then one trailing
+// LF and after it one trailing CR are removed: "abc\r\n" and "abc\n" both give
+// "abc", "\n" gives "". Returns the length read before stripping, 0 at end of file
+// or error; a longer line comes back in pieces.
 int ReadTextLine(char* buffer, int size, FILE* stream);
 
 // Offset of the first occurrence of `text` from the stream's position, leaving the
@@ -132,8 +137,9 @@ uint32_t FindInStream(FILE* stream, const char* text);
 
 // Copies `length` bytes (-1 or past the end: up to the end) starting at `offset` of
 // `source` to the current position of `destination`, in 16384-byte blocks. Returns
-// 1, or 0 on a null stream, a failed seek, a short read or a short write. Neither
-// stream is closed or rewound.
+// 1, or 0 on a null stream, a failed seek, a short read or a short write; an
+// `offset` past the end (nothing to read there) and any other negative `length`
+// give 0. Neither stream is closed or rewound.
 int CopyStreamRange(FILE* source, FILE* destination, int64_t offset, int64_t length);
 
 // CopyStreamRange from file `source` into file `destination`, created or
@@ -153,9 +159,13 @@ int64_t FileSize(const char* path);
 // ---- Temporary names -----------------------------------------------------------
 
 // Creates a new empty file named directory/prefix + counter (8 hex) + pid (4 hex) +
-// rand() (4 hex) + suffix [+ "." + extension] and stores its name in `result`. All
-// four inputs are trimmed in place. Returns 1 on success, 0 after ten failed
-// creations.
+// rand() (4 hex) + suffix [+ "." + extension] and stores its name in `result`
+// (widths are minimums; one leading "." of the extension is dropped, so "txt" and
+// ".txt" give the same kind of name). All four inputs are trimmed in place and the
+// directory gets its trailing "/". An empty directory means the current one.
+// Returns 1 on success, 0 after ten failed creations (`result` is then "").
+// Serialised on gTempNameMutex, which stays locked if the name buffer cannot be
+// allocated.
 int MakeTempFileName(std::string& result, std::string& directory, std::string& extension,
                      std::string& prefix, std::string& suffix);
 

@@ -1,0 +1,75 @@
+// Byte-range copies between streams and files of the file-system utilities.
+#include <memory>
+#include <new>
+
+#include "support/files.h"
+
+namespace tk {
+
+namespace {
+
+// Copies move data in blocks of this size.
+constexpr size_t kCopyBlock = 16384;
+
+using CopyBuffer = std::unique_ptr<char[]>;
+
+CopyBuffer AllocateCopyBuffer() { return CopyBuffer(new (std::nothrow) char[kCopyBlock]); }
+
+// Reads exactly `count` bytes and writes them all; false on any shortfall.
+bool MoveBytes(FILE* source, FILE* destination, char* buffer, size_t count) {
+  if (fread(buffer, 1, count, source) != count) return false;
+  return fwrite(buffer, 1, count, destination) == count;
+}
+
+// The copy itself, with the buffer already at hand. A range that starts past the
+// end leaves a negative length: nothing can be read there, so the copy fails.
+bool CopyRange(FILE* source, FILE* destination, int64_t offset, int64_t length,
+               char* buffer) {
+  if (SeekFile(source, 0, SEEK_END) != 0) return false;
+  const int64_t size = TellFile(source);
+  if (SeekFile(source, offset, SEEK_SET) != 0) return false;
+  if (length == -1 || size - offset < length) length = size - offset;
+  if (length < 0) return false;
+  const int64_t block = static_cast<int64_t>(kCopyBlock);
+  for (int64_t i = 0; i < length / block; ++i) {
+    if (!MoveBytes(source, destination, buffer, kCopyBlock)) return false;
+  }
+  const size_t remainder = static_cast<size_t>(length % block);
+  return remainder == 0 || MoveBytes(source, destination, buffer, remainder);
+}
+
+// CopyFile and AppendFileRange: `destinationMode` decides between replacing and
+// appending. The buffer comes first so that a failed allocation touches no file.
+int CopyFileRange(const char* source, const char* destination, const char* destinationMode,
+                  int64_t offset, int64_t length) {
+  if (source == nullptr || *source == '\0' || destination == nullptr || *destination == '\0') {
+    return 0;
+  }
+  CopyBuffer buffer = AllocateCopyBuffer();
+  if (buffer == nullptr) return 0;
+  UniqueFile in(OpenFile(source, "rb"));
+  if (in == nullptr) return 0;
+  UniqueFile out(OpenFile(destination, destinationMode));
+  if (out == nullptr) return 0;
+  return CopyRange(in.get(), out.get(), offset, length, buffer.get()) ? 1 : 0;
+}
+
+}  // namespace
+
+int CopyStreamRange(FILE* source, FILE* destination, int64_t offset, int64_t length) {
+  if (source == nullptr || destination == nullptr) return 0;
+  CopyBuffer buffer = AllocateCopyBuffer();
+  if (buffer == nullptr) return 0;
+  return CopyRange(source, destination, offset, length, buffer.get()) ? 1 : 0;
+}
+
+int CopyFile(const char* source, const char* destination, int64_t offset, int64_t length) {
+  return CopyFileRange(source, destination, "wb", offset, length);
+}
+
+int AppendFileRange(const char* source, const char* destination, int64_t offset,
+                    int64_t length) {
+  return CopyFileRange(source, destination, "a+b", offset, length);
+}
+
+}  // namespace tk
