@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/time.h>
+#include <time.h>
 
 #include <cstdint>
 
@@ -23,6 +25,9 @@ class TkMutex {
   // pthread_mutex_lock / pthread_mutex_unlock; their results, which callers ignore.
   int Lock();
   int Unlock();
+
+  // The underlying POSIX mutex, for waiting on a condition variable with it.
+  pthread_mutex_t* Native() { return &mutex_; }
 
  private:
   pthread_mutex_t mutex_;
@@ -58,13 +63,21 @@ class TkEvent {
   void Reset();
   // The signalled state.
   bool IsSet();
-  // The value passed with the last Set.
+  // The value passed with the last Set; read it inside a Wait/EndWait bracket,
+  // where the event's lock is held.
   uint32_t Value() const { return value_; }
 
-  // Waits for the event: `timeoutMs` 0 polls, negative waits without limit.
-  // Returns 0 when signalled, -3 when not signalled after the wait (also for a
-  // poll), -1 on a wait error and -2 on a time-out when the event was nevertheless
-  // signalled at the last moment. The lock is held on return.
+  // Results of Wait.
+  static constexpr int kSignalled = 0;
+  static constexpr int kWaitError = -1;
+  static constexpr int kTimedOut = -2;
+  static constexpr int kNotSignalled = -3;
+
+  // Waits for the event once (a spurious wake-up also ends the wait): `timeoutMs`
+  // 0 polls, negative waits without limit. Returns 0 when signalled and -3 when not
+  // signalled after the wait (also for a poll); -1 (wait error) and -2 (time-out)
+  // are only seen when the event was nevertheless signalled at the last moment.
+  // The lock is held on return in every case.
   int Wait(int32_t timeoutMs);
   // Ends the Wait bracket: consumes the signal of an auto-reset event, releases the lock.
   void EndWait();
@@ -78,20 +91,28 @@ class TkEvent {
   pthread_cond_t condition_;
 };
 
+// The absolute deadline of a timed Wait: `now` plus `timeoutMs` (positive).
+// Nanoseconds strictly greater than one second are carried into the seconds; exactly
+// one second is left as it is, and the timed wait then reports an error.
+timespec EventDeadline(const timeval& now, int32_t timeoutMs);
+
 // A counting semaphore private to the process.
 class TkSemaphore {
  public:
-  TkSemaphore();  // count 1
+  // The initial count is 1, or `count`.
+  TkSemaphore();
   explicit TkSemaphore(unsigned count);
   virtual ~TkSemaphore();
   TkSemaphore(const TkSemaphore&) = delete;
   TkSemaphore& operator=(const TkSemaphore&) = delete;
 
+  // Takes one unit, blocking until one is there.
   void Wait();
   // Takes one unit without blocking; true if one was taken.
   bool TryWait();
   // Takes up to `n` units without blocking, stopping at the first failure.
   void TryWait(int n);
+  // Adds one unit.
   void Post();
   // `n` posts when `n` is positive, nothing otherwise.
   void Post(int n);
@@ -105,7 +126,8 @@ class TkSemaphore {
   sem_t semaphore_;
 };
 
-// Common base of the runtime's larger objects: its own lock and one flag.
+// Common base of the runtime's larger objects: its own lock and one flag, which
+// the base itself never reads (derived classes may use it as they see fit).
 class TkObject {
  public:
   TkObject() = default;
