@@ -1,0 +1,87 @@
+#include "lzhuf/huffman.h"
+
+#include <cstring>
+
+namespace tk::lzhuf_detail {
+
+namespace {
+
+constexpr uint16_t kSentinelFreq = 0xFFFF;
+
+// Parent links from the child entries: a leaf has one parent entry, an internal
+// child pair two.
+void LinkParents(LzhufCodec& codec) {
+  for (int i = 0; i < kT; ++i) {
+    const int k = codec.son[i];
+    codec.prnt[k] = static_cast<int16_t>(i);
+    if (k < kT) codec.prnt[k + 1] = static_cast<int16_t>(i);
+  }
+}
+
+}  // namespace
+
+void StartHuffman(LzhufCodec& codec) {
+  for (int i = 0; i < kLzhufSymbols; ++i) {
+    codec.freq[i] = 1;
+    codec.son[i] = static_cast<int16_t>(i + kT);
+    codec.prnt[i + kT] = static_cast<int16_t>(i);
+  }
+  for (int i = 0, j = kLzhufSymbols; j <= kR; i += 2, ++j) {
+    codec.freq[j] = static_cast<uint16_t>(codec.freq[i] + codec.freq[i + 1]);
+    codec.son[j] = static_cast<int16_t>(i);
+    codec.prnt[i] = codec.prnt[i + 1] = static_cast<int16_t>(j);
+  }
+  codec.freq[kT] = kSentinelFreq;
+  codec.prnt[kR] = 0;
+}
+
+void RebuildHuffman(LzhufCodec& codec) {
+  int j = 0;
+  for (int i = 0; i < kT; ++i) {
+    if (codec.son[i] >= kT) {
+      codec.freq[j] = static_cast<uint16_t>((codec.freq[i] + 1) / 2);
+      codec.son[j] = codec.son[i];
+      ++j;
+    }
+  }
+  for (int i = 0, n = kLzhufSymbols; n < kT; i += 2, ++n) {
+    const uint16_t f = static_cast<uint16_t>(codec.freq[i] + codec.freq[i + 1]);
+    int k = n - 1;
+    while (f < codec.freq[k]) --k;
+    ++k;
+    const size_t moved = static_cast<size_t>(n - k) * sizeof(uint16_t);
+    std::memmove(&codec.freq[k + 1], &codec.freq[k], moved);
+    codec.freq[k] = f;
+    std::memmove(&codec.son[k + 1], &codec.son[k], moved);
+    codec.son[k] = static_cast<int16_t>(i);
+  }
+  LinkParents(codec);
+}
+
+void UpdateHuffman(LzhufCodec& codec, int c) {
+  if (codec.freq[kR] == kLzhufMaxFreq) RebuildHuffman(codec);
+  c = codec.prnt[c + kT];
+  do {
+    const unsigned k = ++codec.freq[c];
+    int l = c + 1;
+    if (k > codec.freq[l]) {
+      while (k > codec.freq[++l]) {
+      }
+      --l;
+      codec.freq[c] = codec.freq[l];
+      codec.freq[l] = static_cast<uint16_t>(k);
+      const int i = codec.son[c];
+      codec.prnt[i] = static_cast<int16_t>(l);
+      if (i < kT) codec.prnt[i + 1] = static_cast<int16_t>(l);
+      const int j = codec.son[l];
+      codec.son[l] = static_cast<int16_t>(i);
+      codec.prnt[j] = static_cast<int16_t>(c);
+      if (j < kT) codec.prnt[j + 1] = static_cast<int16_t>(c);
+      codec.son[c] = static_cast<int16_t>(j);
+      c = l;
+    }
+    c = codec.prnt[c];
+  } while (c != 0);
+}
+
+}  // namespace tk::lzhuf_detail

@@ -1,0 +1,47 @@
+// The adaptive Huffman code of the LZHUF symbols (internal to lzhuf/). Encoder and
+// decoder run the same updates in the same order, so both sides always hold the
+// same tree. Nodes are kept in order of non-decreasing frequency, siblings side by
+// side; a child entry of T or more is the leaf of symbol (entry - T).
+// Not thread-safe: works on the caller's LzhufCodec.
+#ifndef TAVIK_LZHUF_HUFFMAN_H_
+#define TAVIK_LZHUF_HUFFMAN_H_
+
+#include <cstdint>
+
+#include "lzhuf/lzhuf.h"
+
+namespace tk::lzhuf_detail {
+
+constexpr int kT = kLzhufTreeNodes;
+constexpr int kR = kLzhufRoot;
+
+// Every leaf with weight 1, internal nodes built pairwise in order.
+void StartHuffman(LzhufCodec& codec);
+
+// Halves the weights (rounding up), rebuilds the tree from the leaves in their
+// present order; ties place the new internal node behind existing ones.
+void RebuildHuffman(LzhufCodec& codec);
+
+// Counts one more occurrence of symbol `c`, moving nodes to keep the order.
+void UpdateHuffman(LzhufCodec& codec, int c);
+
+// The code word of symbol `c`: its bits from the root down, right-aligned in the
+// result, with the number of bits in `length`. The tree's depth stays far below 32
+// because weights never exceed 0x8000 (a leaf at depth d needs a root weight of at
+// least the Fibonacci number F(d + 2)).
+inline uint32_t SymbolCode(const LzhufCodec& codec, int c, int& length) {
+  uint32_t code = 0;
+  int bits = 0;
+  int k = codec.prnt[c + kT];
+  do {
+    code |= static_cast<uint32_t>(k & 1) << bits;
+    ++bits;
+    k = codec.prnt[k];
+  } while (k != kR);
+  length = bits;
+  return code;
+}
+
+}  // namespace tk::lzhuf_detail
+
+#endif  // TAVIK_LZHUF_HUFFMAN_H_

@@ -1,0 +1,212 @@
+// The LZHUF codec that compresses every package file: LZSS over a 4096-byte ring
+// (matches of 3 to 10 bytes found through binary search trees) whose symbols are
+// coded with an adaptive Huffman code, and whose match distances carry a fixed
+// prefix code for their upper six bits.
+//
+// Compressed layout: 4 bytes holding the uncompressed length (unsigned 32-bit,
+// least significant byte first), then the bit stream, most significant bit of each
+// byte first, the last byte padded with zero bits. There is no magic number, no
+// checksum and no end symbol: the decoder stops when it has produced the stated
+// number of bytes, and reads past the end of the stream as zero bytes, so a corrupt
+// or truncated stream decodes into garbage of the stated length, never an error.
+//
+// Thread-safety: the functions keep no shared state; everything lives in the
+// caller's LzhufCodec. One codec serves one operation at a time; use one per
+// thread to code in parallel.
+#ifndef TAVIK_LZHUF_LZHUF_H_
+#define TAVIK_LZHUF_LZHUF_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <span>
+#include <vector>
+
+namespace tk {
+
+// ---- Results -------------------------------------------------------------------
+
+// Every operation returns one of these.
+constexpr int kLzhufOk = 0;
+// The source or the destination could not be opened (file front end only).
+constexpr int kLzhufOpenFailed = 1;
+// Nothing to code: the encoder's input is empty (its output is then the 4-byte
+// header 00 00 00 00), or a compressed header states a length of 0 (nothing is
+// written).
+constexpr int kLzhufEmpty = 117;
+// The decoder could not read the 4-byte header (fewer than 4 bytes in the source).
+constexpr int kLzhufNoHeader = 143;
+// A write failed, the final flush of buffered output included.
+constexpr int kLzhufWriteFailed = 145;
+
+// ---- Format constants ----------------------------------------------------------
+
+constexpr int kLzhufRingSize = 4096;   // N: the dictionary, positions masked with 0xFFF
+constexpr int kLzhufLookahead = 10;    // F: the longest match
+constexpr int kLzhufThreshold = 2;     // matches must be longer than this
+constexpr int kLzhufNil = kLzhufRingSize;  // no node in the search trees
+constexpr int kLzhufSymbols = 256 - kLzhufThreshold + kLzhufLookahead;  // N_CHAR 264
+constexpr int kLzhufTreeNodes = 2 * kLzhufSymbols - 1;                  // T 527
+constexpr int kLzhufRoot = kLzhufTreeNodes - 1;                         // R 526
+constexpr unsigned kLzhufMaxFreq = 0x8000;  // root frequency that forces a rebuild
+
+// Size of the blocks in which the front ends read and write.
+constexpr size_t kLzhufIoBlockSize = 32768;
+
+// ---- State ---------------------------------------------------------------------
+
+// The working state of one coding operation. The caller creates and owns it; the
+// constructor does nothing, and each operation resets every part it uses, so one
+// object serves any number of operations one after another with results identical
+// to a fresh object. The codec never allocates: the I/O blocks live here too
+// (about 110 KB in all; allocate it rather than placing it on a small stack).
+struct LzhufCodec {
+  LzhufCodec() {}  // deliberately leaves everything uninitialised
+
+  uint8_t header[4];  // the length field, assembled or read
+  // The ring; the 9 bytes past its end mirror positions 0 to 8 so that comparing
+  // 10 bytes never wraps.
+  uint8_t ring[kLzhufRingSize + kLzhufLookahead - 1];
+  int16_t left[kLzhufRingSize + 1];     // search trees; entry N is a scratch slot
+  int16_t right[kLzhufRingSize + 257];  // entries N+1 .. N+256: one root per first byte
+  int16_t parent[kLzhufRingSize + 1];   // NIL: not in any tree
+  uint64_t textSize;                    // uncompressed bytes
+  uint64_t codeSize;                    // compressed bytes written (kept, never reported)
+  uint16_t lastCode;                    // low 16 bits of the last symbol's code word
+  uint16_t lastCodeLength;              // and its length in bits (kept, never read)
+  uint16_t outBits;                     // pending output bits, left-aligned
+  uint16_t inBits;                      // buffered input bits, left-aligned
+  uint8_t outCount;                     // number of pending output bits
+  uint8_t inCount;                      // number of buffered input bits
+  uint16_t freq[kLzhufTreeNodes + 1];   // Huffman node weights; entry T is 0xFFFF
+  int16_t matchPosition;                // result of the last tree insertion:
+  int16_t matchLength;                  //   distance - 1 and length
+  int16_t son[kLzhufTreeNodes];         // child of a node; T + c is the leaf of c
+  int16_t prnt[kLzhufTreeNodes + kLzhufSymbols];  // parent; entry T + c: leaf of c
+  uint8_t inBlock[kLzhufIoBlockSize];   // staging of the bytes read
+  uint8_t outBlock[kLzhufIoBlockSize];  // staging of the bytes to write
+};
+
+// ---- Streams of the memory front end -------------------------------------------
+
+// Where the codec reads from: uncompressed bytes when encoding, the compressed
+// file (header included) when decoding. Wrapping one lets a caller observe how
+// many bytes have been consumed, e.g. for a progress display.
+class LzhufSource {
+ public:
+  virtual ~LzhufSource() = default;
+  // Copies up to `capacity` (> 0) bytes into `buffer`; returns how many, 0 only at
+  // the end (a read error also counts as the end).
+  virtual size_t Read(uint8_t* buffer, size_t capacity) = 0;
+};
+
+// Where the codec writes to. It is called with blocks of up to kLzhufIoBlockSize
+// bytes, so wrapping one shows the progress of the output.
+class LzhufSink {
+ public:
+  virtual ~LzhufSink() = default;
+  // Takes `size` (> 0) bytes; false when they could not be stored, which ends the
+  // operation with kLzhufWriteFailed.
+  virtual bool Write(const uint8_t* data, size_t size) = 0;
+  // Pushes out anything the sink buffers itself; false on failure (-> 145).
+  virtual bool Flush() { return true; }
+};
+
+// A source over bytes in memory; the bytes stay the caller's and must outlive it.
+class LzhufMemorySource : public LzhufSource {
+ public:
+  explicit LzhufMemorySource(std::span<const uint8_t> data) : data_(data) {}
+  size_t Read(uint8_t* buffer, size_t capacity) override;
+  size_t consumed() const { return offset_; }
+
+ private:
+  std::span<const uint8_t> data_;
+  size_t offset_ = 0;
+};
+
+// A sink that appends to a growable buffer owned by the caller.
+class LzhufBufferSink : public LzhufSink {
+ public:
+  explicit LzhufBufferSink(std::vector<uint8_t>& out) : out_(out) {}
+  bool Write(const uint8_t* data, size_t size) override;
+
+ private:
+  std::vector<uint8_t>& out_;
+};
+
+// A source reading an open stream from its current position; the stream stays the
+// caller's (it is neither closed nor rewound).
+class LzhufFileSource : public LzhufSource {
+ public:
+  explicit LzhufFileSource(FILE* stream) : stream_(stream) {}
+  size_t Read(uint8_t* buffer, size_t capacity) override;
+
+ private:
+  FILE* stream_;
+};
+
+// A sink writing to an open stream; Flush() flushes the stream. The stream stays
+// the caller's.
+class LzhufFileSink : public LzhufSink {
+ public:
+  explicit LzhufFileSink(FILE* stream) : stream_(stream) {}
+  bool Write(const uint8_t* data, size_t size) override;
+  bool Flush() override;
+
+ private:
+  FILE* stream_;
+};
+
+// ---- Memory front end ----------------------------------------------------------
+
+// Encodes everything `source` yields. `size` is written into the header (its low
+// 32 bits) and decides kLzhufEmpty when 0 (nothing is read then); the coding itself
+// runs until the source ends. The output (header first) goes to `sink`, whose
+// Flush() is called at the end. Returns kLzhufOk, kLzhufEmpty (after writing the
+// 4-byte header) or kLzhufWriteFailed.
+int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink);
+
+// Decodes the compressed stream of `source` into `sink`. The header's length is
+// sign-extended from 32 bits (a header of 2^31 or more states a length near 2^64,
+// so pass a limit). `limit` 0 decodes everything; otherwise decoding stops after the
+// symbol that brings the output to `limit` bytes or more (a match is always
+// completed, so up to limit + 9 bytes come out). Returns kLzhufOk, kLzhufEmpty (a
+// length of 0: nothing written), kLzhufNoHeader (nothing written) or
+// kLzhufWriteFailed.
+int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_t limit);
+
+// LzhufEncode of a byte span; `out` is cleared and receives the compressed form.
+int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data,
+                      std::vector<uint8_t>& out);
+
+// LzhufDecode of a compressed byte span; `out` is cleared and receives the bytes.
+int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,
+                      std::vector<uint8_t>& out, uint64_t limit);
+
+// ---- File front end ------------------------------------------------------------
+
+// Compresses the file `sourcePath` into a new file `destinationPath` (created or
+// truncated), both opened through OpenFile. The header holds the source's size as
+// found by seeking to its end. Returns:
+//   kLzhufOk           done, both files closed;
+//   kLzhufOpenFailed   a file could not be opened; whatever was opened is closed,
+//                      a destination that was opened stays;
+//   kLzhufEmpty        the source is empty; the destination holds 00 00 00 00;
+//   kLzhufWriteFailed  a write or the final flush failed; both files closed.
+int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath);
+
+// Decompresses the file `sourcePath` into a new file `destinationPath`, `limit` as
+// for LzhufDecode. Returns:
+//   kLzhufOk           done, both files closed;
+//   kLzhufOpenFailed   a file could not be opened; as for LzhufEncodeFile;
+//   kLzhufEmpty        the header states 0 bytes; the destination is empty, closed;
+//   kLzhufNoHeader     the source holds fewer than 4 bytes. Both files are left
+//                      OPEN on purpose (long-standing behaviour that callers
+//                      tolerate); the destination exists and is empty;
+//   kLzhufWriteFailed  a write or the final flush failed; both files closed.
+int LzhufDecodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath,
+                    uint64_t limit);
+
+}  // namespace tk
+
+#endif  // TAVIK_LZHUF_LZHUF_H_
