@@ -1,0 +1,77 @@
+// TkPackage::InstallPackage: package file -> decompressed stream in the destination ->
+// record reader -> record applier -> files on disk.
+#include <cstdio>
+#include <string>
+
+#include "package/package.h"
+#include "package/record_applier.h"
+#include "support/files.h"
+#include "support/strings.h"
+
+namespace tk {
+
+namespace {
+
+// The installer decodes the whole stream.
+constexpr uint64_t kDecodeEverything = 0;
+
+// Text after the last "/", or when there is none after the last "\", else the whole path.
+std::string BaseName(const std::string& path) {
+  std::size_t cut = path.rfind('/');
+  if (cut == std::string::npos) cut = path.rfind('\\');
+  return cut == std::string::npos ? path : path.substr(cut + 1);
+}
+
+void Progress(bool verbose, const char* line) {
+  if (!verbose) return;
+  std::fputs(line, stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+bool TkPackage::InstallPackage(const char* packagePath, const char* destination, int verbose) {
+  error_.clear();
+  if (packagePath == nullptr) return Fail("No package file");
+  const std::string destinationArgument = destination != nullptr ? destination : "";
+  std::string target = destinationArgument;
+  TrimWhitespace(target, false, true);
+  RemoveTrailingSlash(target);
+  if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
+    return Fail("cannot create target directory: " + target);
+  }
+  if (verbose != 0) std::printf("\nInstalling package %s", packagePath);
+  std::string tempPath = target;
+  AddTrailingSlash(tempPath);
+  tempPath += BaseName(packagePath) + ".tk_temp";
+  Progress(verbose != 0, "\nUncompressing package file");
+
+  DecodedPackage decoded(tempPath);
+  switch (decoded.Open(packagePath, kDecodeEverything)) {
+    case DecodedPackage::Result::kDecodeFailed:
+      return Fail("Cannot decompress package file");
+    case DecodedPackage::Result::kOpenFailed:
+      return Fail("Cannot open temporary package file " + tempPath);
+    case DecodedPackage::Result::kOk:
+      break;
+  }
+  Progress(verbose != 0, "\nVerifying package");
+  PackageRecordReader reader(decoded.stream());
+  if (!reader.ReadMagic()) return Fail("Bad package file " + std::string(packagePath));
+
+  RecordApplier applier(*this, error_, destinationArgument, decoded.stream(), verbose != 0);
+  PackageRecord record;
+  for (;;) {
+    switch (reader.Next(record)) {
+      case PackageRecordReader::Status::kEnd:
+        return true;
+      case PackageRecordReader::Status::kMalformed:
+        return Fail("Bad package file " + std::string(packagePath));
+      case PackageRecordReader::Status::kRecord:
+        if (!applier.Apply(record)) return false;
+        break;
+    }
+  }
+}
+
+}  // namespace tk

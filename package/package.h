@@ -1,0 +1,104 @@
+// TkPackage, the package object: installs package files into a directory tree, reads
+// their header, and builds them from a description file. A package file is the record
+// stream of record_reader.h / record_writer.h compressed as a whole by the LZHUF codec.
+//
+// Error-text convention: operations that can fail return true on success and false on
+// failure; on failure the error text is replaced by one message, a fixed literal often
+// followed by a path ("Bad package file " + path). Nothing is printed on failure; only
+// InstallPackage prints its progress lines, and only when asked to.
+//
+// Not thread-safe: one object per thread. The object holds nothing between calls but its
+// error text, so it can install several packages in a row.
+#ifndef TAVIK_PACKAGE_PACKAGE_H_
+#define TAVIK_PACKAGE_PACKAGE_H_
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "package/decoded_package.h"
+#include "package/record_reader.h"
+#include "package/record_writer.h"
+
+namespace tk {
+
+class TkPackage {
+ public:
+  TkPackage();
+  virtual ~TkPackage();
+  TkPackage(const TkPackage&) = delete;
+  TkPackage& operator=(const TkPackage&) = delete;
+
+  // ---- Installation (package/installation.cpp) ------------------------------------
+
+  // Decompresses `packagePath` into destination/NAME.tk_temp (creating `destination` and
+  // its missing parents first) and applies every record in file order. With `verbose`
+  // not 0, prints progress lines to standard output. True when every record was applied;
+  // false at the first failure, with what was applied so far left on disk and the
+  // temporary file deleted in every case.
+  bool InstallPackage(const char* packagePath, const char* destination, int verbose);
+
+  // Clears `lines`, then fills it with the "="-holding lines of the HEADER sections that
+  // stand before any other section, decoding only the first 100000 bytes of the stream.
+  // True when the package could be decoded and its magic line is right.
+  bool ReadPackageHeader(const char* packagePath, std::vector<std::string>& lines);
+
+  // Rewrites the file at `path` so that every line ends with a single LF (CR LF becomes
+  // LF, a last line gains its LF), through path + ".tk_temp". Leaves the error text alone
+  // on success.
+  bool SetTextFile(const char* path);
+
+  // ---- Building (package/builder.cpp) ---------------------------------------------
+
+  // Reads the description file and writes the package to `packagePath` (through
+  // packagePath + ".tk_temp", compressed at the end). Source paths resolve against
+  // `baseDirectory` (null: the working directory). With `packagePath` null, only checks
+  // the description: nothing is written. True when the package (or check) is complete.
+  bool BuildPackage(const char* descriptionPath, const char* baseDirectory,
+                    const char* packagePath);
+
+  // BuildPackage without a package path. False with an empty error text when
+  // `descriptionPath` is null.
+  bool CheckDescription(const char* descriptionPath, const char* baseDirectory);
+
+  // ---- Capture (package/capture.cpp) ----------------------------------------------
+
+  // Writes records to `out`: the [File] record of `sourcePath` named `targetName` when not
+  // `isDirectory`; else an [RmDir] record (`isRemoveDir`) or a [TextDir] record
+  // (`isTextDir`) for the directory `sourcePath`; else the capture of the directory tree
+  // `sourcePath` (subdirectories only `withSubdirectories`) whose installation-relative
+  // path is `relativePath`, skipping names matched by the exclusion lists (null: none).
+  // `perlEncode` hands ".pl" scripts that are not yet encoded to EncodePerlFile.
+  bool AddPackageEntry(const std::string& targetName, const std::string& sourcePath, FILE* out,
+                       bool isDirectory, bool withSubdirectories, bool isRemoveDir,
+                       bool isTextDir, const std::string& relativePath,
+                       const std::vector<std::string>* excludeFiles,
+                       const std::vector<std::string>* excludeDirs, bool perlEncode);
+
+  // The hook through which a script would be stored perl-encoded. This build encodes
+  // nothing: it writes nothing and returns true.
+  bool EncodePerlFile(FILE* source, FILE* out, const std::string& targetName);
+
+  // The message of the last failure ("" after a successful InstallPackage,
+  // ReadPackageHeader or BuildPackage).
+  const std::string& ErrorText() const { return error_; }
+
+ private:
+  bool Fail(std::string message);
+  bool CaptureFile(const std::string& targetName, const std::string& sourcePath,
+                   PackageRecordWriter& writer, bool perlEncode);
+  bool CaptureDirectory(const std::string& sourcePath, PackageRecordWriter& writer,
+                        bool withSubdirectories, const std::string& relativePath,
+                        const std::vector<std::string>* excludeFiles,
+                        const std::vector<std::string>* excludeDirs, bool perlEncode);
+  bool CaptureSubdirectories(const std::string& sourcePath, PackageRecordWriter& writer,
+                             const std::string& relativePath,
+                             const std::vector<std::string>* excludeFiles,
+                             const std::vector<std::string>* excludeDirs, bool perlEncode);
+
+  std::string error_;
+};
+
+}  // namespace tk
+
+#endif  // TAVIK_PACKAGE_PACKAGE_H_
