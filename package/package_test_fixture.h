@@ -26,6 +26,7 @@ class PackageTest : public ::testing::Test {
     char pattern[] = "/tmp/tk_package_test.XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     root_ = pattern;
+    umask(022);  // file modes in the expectations assume it
   }
   void TearDown() override { std::filesystem::remove_all(root_); }
 
@@ -94,6 +95,15 @@ class PackageTest : public ::testing::Test {
       if (entry.path().string().ends_with(".tk_temp")) ++count;
     }
     return count;
+  }
+
+  // Everything written to a temporary stream by `write`, read back.
+  template <typename Write>
+  std::string Capture(Write write) {
+    FILE* out = std::fopen(Path("capture.stream").c_str(), "w+b");
+    write(out);
+    std::fclose(out);
+    return ReadFile(Path("capture.stream"));
   }
 
   static constexpr const char* kMagic = "TAVIK PACKAGE FILE\n1\n";
