@@ -1,1 +1,4 @@
-int main() { return 0; }
+// tkinstall: the console installer of the TAVIK server.
+#include "installer/session.h"
+
+int main(int argc, char** argv) { return tk::InstallerMain(argc, argv); }
