@@ -3,7 +3,9 @@
 // prefix-filtered listings, byte-range copies and unique temporary names.
 //
 // Common rules: directory paths are copied into a 2048-byte buffer (longer paths
-// are cut silently) and lose one trailing "/"; an empty directory path means ".".
+// are cut silently) and lose one trailing "/"; an empty directory path means "."
+// (so a walk of "/" itself walks "."). Whether an entry is a directory is decided by
+// opening it as one, so a link to a directory counts as a directory.
 // Listings skip every name beginning with ".". A prefix pattern matches names that
 // begin with it; "*" and "" (or null where allowed) match everything. Offsets and
 // sizes are signed 64-bit. Nothing here prints or throws; results say what happened
