@@ -99,10 +99,17 @@ RemovalFilter MakeRemovalFilter(bool removeItself, const char* filePattern,
   return filter;
 }
 
+bool IsSymbolicLink(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+}
+
 // Removes one entry of a walk; false when it should have gone and could not.
 bool RemoveEntry(const std::string& dir, const char* name, const RemovalFilter& filter) {
   const std::string full = JoinPath(dir, name);
-  if (OpensAsDirectory(full)) {
+  // A link is removed as a link: following one to a directory would empty a tree
+  // that lies outside the one being removed.
+  if (!IsSymbolicLink(full) && OpensAsDirectory(full)) {
     // Hidden subdirectories are never entered, so a tree holding one stays.
     if (!filter.directories || IsHidden(name)) return true;
     if (!MatchesPrefix(name, filter.dirPattern)) return true;

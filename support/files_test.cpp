@@ -184,6 +184,13 @@ TEST_F(FilesTest, RemoveDirectoryNeverEntersHiddenDirectories) {
   EXPECT_EQ(RemoveDirectory(P("gone").c_str(), true, nullptr, nullptr), 1);
 }
 
+TEST_F(FilesTest, RemoveDirectoryRemovesLinksWithoutFollowingThem) {
+  Tree({"outside/keep", "d/f"});
+  fs::create_directory_symlink(P("outside"), P("d/link"));
+  EXPECT_EQ(RemoveDirectory(P("d").c_str(), true, nullptr, nullptr), 1);
+  EXPECT_EQ(Remaining(), (Names{"outside/", "outside/keep"}));
+}
+
 TEST_F(FilesTest, RemoveDirectoryPatternsSelectFilesAndDirectories) {
   const struct {
     const char* filePattern;
