@@ -89,8 +89,9 @@ void DeleteFilesByPrefix(const char* directory, const char* pattern);
 
 // Removes the entries of `path` that match the patterns (prefixes; null or "*" =
 // all, "" = none of that kind); subdirectories whose names begin with "." are never
-// entered. Symbolic links are removed as links, never followed. With `removeItself`, removes everything inside and then the directory
-// itself, ignoring the patterns. Returns 1 on success (also when `path` is null or
+// entered, and symbolic links are removed as links, never followed. With
+// `removeItself`, removes everything inside and then the directory itself, ignoring
+// the patterns. Returns 1 on success (also when `path` is null or
 // not a directory) and 0 if anything could not be removed; partial work stays.
 int RemoveDirectory(const char* path, bool removeItself, const char* filePattern,
                     const char* dirPattern);
