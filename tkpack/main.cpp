@@ -1,1 +1,4 @@
-int main() { return 0; }
+// tkpack: the packager's tool.
+#include "tkpack/tool.h"
+
+int main(int argc, char** argv) { return tk::TkpackMain(argc, argv); }

@@ -1,0 +1,140 @@
+#include "tkpack/tool.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tkpack/command_line.h"
+#include "tkpack/commands.h"
+
+namespace tk {
+
+namespace {
+
+using Value = OptionSpec::Value;
+
+struct Command {
+  CommandSpec spec;
+  int (*run)(const CommandLine& line, ToolIo& io);
+};
+
+const OptionSpec kBaseOption = {"--base", Value::kText, "DIR",
+                                "resolve sources against DIR (default: the description's "
+                                "directory)"};
+
+const std::vector<Command>& Commands() {
+  static const std::vector<Command> commands = {
+      {{"build", "DESCRIPTION PACKAGE", 2, "build a package from a description file",
+        "Reads the description file and writes the package file.", {kBaseOption}},
+       RunBuild},
+      {{"check", "DESCRIPTION", 1, "validate a description file, writing nothing",
+        "Checks every command and source of the description file; writes nothing.",
+        {kBaseOption}},
+       RunCheck},
+      {{"install", "PACKAGE DESTDIR", 2, "install a package into a directory",
+        "Installs the package into DESTDIR (created when missing), printing the\n"
+        "installer's progress lines.",
+        {{"--quiet", Value::kNone, nullptr, "print no progress lines"}}},
+       RunInstall},
+      {{"header", "PACKAGE", 1, "print the header lines of a package",
+        "Prints the \"key = value\" lines of the package's HEADER sections, one a line.", {}},
+       RunHeader},
+      {{"list", "PACKAGE", 1, "list the records of a package",
+        "Prints one line per record in file order: its kind and the path it acts on,\n"
+        "relative to the installation directory.",
+        {{"--long", Value::kNone, nullptr, "add content sizes and a summary line"}}},
+       RunList},
+      {{"verify", "PACKAGE", 1, "check every record of a package",
+        "Decodes the whole package and walks every record without installing anything;\n"
+        "reports each problem with the record's position. Exit status 1 when there is any.",
+        {}},
+       RunVerify},
+      {{"compress", "IN OUT", 2, "compress a file with the LZHUF codec",
+        "Compresses the file IN into the file OUT.", {}},
+       RunCompress},
+      {{"decompress", "IN OUT", 2, "decompress a file compressed with the LZHUF codec",
+        "Decompresses the file IN into the file OUT.",
+        {{"--limit", Value::kByteCount, "N", "stop after about N bytes of output"}}},
+       RunDecompress},
+  };
+  return commands;
+}
+
+const Command* FindCommand(const std::string& name) {
+  for (const Command& command : Commands()) {
+    if (name == command.spec.name) return &command;
+  }
+  return nullptr;
+}
+
+std::string ToolUsage() {
+  return "usage: tkpack COMMAND ARGUMENTS... [--help]\n"
+         "       tkpack --help | --version\n";
+}
+
+std::string ToolHelp() {
+  std::string help = ToolUsage() +
+                     "\nBuilds, checks, installs, lists and verifies TAVIK package files.\n"
+                     "\nCommands:\n";
+  for (const Command& command : Commands()) {
+    std::string name = std::string("  ") + command.spec.name;
+    name.resize(14, ' ');
+    help += name + command.spec.summary + "\n";
+  }
+  return help +
+         "\nRun 'tkpack COMMAND --help' for the arguments of a command.\n"
+         "Exit status: 0 success, 1 failure or problems found, 2 usage error.\n";
+}
+
+int UsageError(const std::string& message, const std::string& usage) {
+  std::fprintf(stderr, "tkpack: %s\n%s", message.c_str(), usage.c_str());
+  return kExitUsage;
+}
+
+int RunCommand(const Command& command, const std::vector<std::string>& arguments) {
+  CommandLine line;
+  std::string error;
+  switch (ParseCommandLine(command.spec, arguments, line, error)) {
+    case ParseResult::kHelp:
+      std::fputs(CommandHelp(command.spec).c_str(), stdout);
+      return kExitSuccess;
+    case ParseResult::kUsageError:
+      return UsageError(std::string(command.spec.name) + ": " + error,
+                        UsageLine(command.spec) + "\n");
+    case ParseResult::kOk:
+      break;
+  }
+  ToolIo io;
+  io.errIsTerminal = isatty(fileno(stderr)) != 0;
+  return command.run(line, io);
+}
+
+}  // namespace
+
+int ReportFailure(ToolIo& io, const std::string& message) {
+  std::fprintf(io.err, "tkpack: %s\n", message.c_str());
+  return kExitFailure;
+}
+
+int TkpackMain(int argc, char** argv) {
+  if (argc < 2) return UsageError("no command given", ToolUsage());
+  const std::string first = argv[1];
+  if (first == "--help") {
+    std::fputs(ToolHelp().c_str(), stdout);
+    return kExitSuccess;
+  }
+  if (first == "--version") {
+    std::printf("tkpack %s\n", TK_VERSION);
+    return kExitSuccess;
+  }
+  const Command* command = FindCommand(first);
+  if (command == nullptr) {
+    const char* what = first.starts_with("-") ? "unknown option '" : "unknown command '";
+    return UsageError(what + first + "'", ToolUsage());
+  }
+  return RunCommand(*command, std::vector<std::string>(argv + 2, argv + argc));
+}
+
+}  // namespace tk

@@ -1,0 +1,55 @@
+// The tkpack commands, one function each, and what they share: the streams they
+// report on. Every command takes its parsed command line (operands and options as
+// declared in tool.cpp's command table) and returns the exit status of tool.h.
+//
+// Not thread-safe: a command runs on the caller's thread and prints to its streams.
+#ifndef TAVIK_TKPACK_COMMANDS_H_
+#define TAVIK_TKPACK_COMMANDS_H_
+
+#include <cstdio>
+#include <string>
+
+#include "tkpack/command_line.h"
+
+namespace tk {
+
+// Where a command reports: results to `out`, errors and the progress display to `err`,
+// which is drawn on only when `errIsTerminal`.
+struct ToolIo {
+  FILE* out = stdout;
+  FILE* err = stderr;
+  bool errIsTerminal = false;
+};
+
+// Prints "tkpack: " + `message` and a LF to io.err; returns kExitFailure.
+int ReportFailure(ToolIo& io, const std::string& message);
+
+// build DESCRIPTION PACKAGE [--base DIR]: TkPackage::BuildPackage; the base directory
+// defaults to the description file's own directory.
+int RunBuild(const CommandLine& line, ToolIo& io);
+
+// check DESCRIPTION [--base DIR]: TkPackage::CheckDescription, nothing written.
+int RunCheck(const CommandLine& line, ToolIo& io);
+
+// install PACKAGE DESTDIR [--quiet]: TkPackage::InstallPackage with its progress lines
+// unless --quiet.
+int RunInstall(const CommandLine& line, ToolIo& io);
+
+// header PACKAGE: the header lines, one a line.
+int RunHeader(const CommandLine& line, ToolIo& io);
+
+// list PACKAGE [--long]: one line per record in file order; --long adds sizes and a
+// summary line.
+int RunList(const CommandLine& line, ToolIo& io);
+
+// verify PACKAGE: decodes the whole package and walks every record, reporting each
+// problem; kExitFailure when there is any.
+int RunVerify(const CommandLine& line, ToolIo& io);
+
+// compress IN OUT and decompress IN OUT [--limit N]: the codec on single files.
+int RunCompress(const CommandLine& line, ToolIo& io);
+int RunDecompress(const CommandLine& line, ToolIo& io);
+
+}  // namespace tk
+
+#endif  // TAVIK_TKPACK_COMMANDS_H_

@@ -1,0 +1,61 @@
+// A package decoded whole into a private temporary directory (made with mkdtemp, so no
+// other process can guess or share the name) and opened for a PackageRecordReader.
+// `tkpack list` and `tkpack verify` read packages this way and write nothing else:
+// the decoded stream and its directory are removed when the object goes away.
+//
+// Not thread-safe: one object per package, used from one thread.
+#ifndef TAVIK_TKPACK_OPENED_PACKAGE_H_
+#define TAVIK_TKPACK_OPENED_PACKAGE_H_
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "package/decoded_package.h"
+
+namespace tk {
+
+// A fresh directory under $TMPDIR (or /tmp), removed with its contents when the object
+// goes away. path() is "" when the directory could not be made.
+class PrivateTempDirectory {
+ public:
+  PrivateTempDirectory();
+  ~PrivateTempDirectory();
+  PrivateTempDirectory(const PrivateTempDirectory&) = delete;
+  PrivateTempDirectory& operator=(const PrivateTempDirectory&) = delete;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// "codec result 143: fewer than 4 bytes: no length header"
+std::string CodecResultText(int result);
+
+class OpenedPackage {
+ public:
+  OpenedPackage() = default;
+  OpenedPackage(const OpenedPackage&) = delete;
+  OpenedPackage& operator=(const OpenedPackage&) = delete;
+
+  // Decodes the whole package at `packagePath` and opens the result. False with
+  // `error` saying what failed, e.g. "Cannot decompress package file x.pkg (codec
+  // result 1: a file could not be opened)".
+  bool Open(const std::string& packagePath, std::string& error);
+
+  FILE* stream() const { return decoded_ ? decoded_->stream() : nullptr; }
+  // Where the decoded stream lives while the object exists.
+  std::string decodedPath() const { return directory_.path() + "/" + kDecodedName; }
+
+ private:
+  static constexpr const char* kDecodedName = "package.tk_temp";
+
+  PrivateTempDirectory directory_;
+  std::optional<DecodedPackage> decoded_;  // declared last: gone before the directory
+};
+
+}  // namespace tk
+
+#endif  // TAVIK_TKPACK_OPENED_PACKAGE_H_

@@ -1,0 +1,75 @@
+// How tkpack shows the records that a PackageRecordReader hands out: the path each
+// record acts on, where it stands in the stream, the lines of `tkpack list`, and the
+// problems `tkpack verify` looks for. Everything here only formats and judges records;
+// reading them is the reader's job.
+//
+// Thread-safe: no shared state.
+#ifndef TAVIK_TKPACK_RECORD_REPORT_H_
+#define TAVIK_TKPACK_RECORD_REPORT_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "package/record_reader.h"
+
+namespace tk {
+
+// The kind as listed: "Dir", "File", ... as the builder writes the section, "Header"
+// for HEADER sections and "Other" for sections the installer does not know.
+std::string RecordKindText(const PackageRecord& record);
+
+// The path the record acts on, relative to the installation directory: the name for
+// Dir, RmDir and TextDir; "directory/name" for File, RemoveFile, Exec and TextFile
+// (just the name when the latest [Dir] is the installation directory itself or there
+// was none); "[SECTION]" for other sections.
+std::string RecordTarget(const PackageRecord& record);
+
+// "record 3 at byte 57": the record's ordinal and the offset of its section line in
+// the decoded stream.
+std::string RecordPosition(const PackageRecord& record);
+
+// One line of `tkpack list`, without its LF: kind and target, and in the long format
+// also the content size of a [File] (what it announces, and what the stream still
+// holds when that is less) or the Withsubdir choice of an [RmDir].
+std::string ListLine(const PackageRecord& record, bool longFormat);
+
+// Totals of a listing, for the summary line of `tkpack list --long`.
+struct ListTotals {
+  int records = 0;
+  int directories = 0;
+  int files = 0;
+  uint64_t contentBytes = 0;  // announced sizes of the [File] records
+
+  void Add(const PackageRecord& record);
+};
+
+// "7 records: 2 directories, 3 files with 1234 bytes; stream 2000 bytes, package 900 bytes"
+std::string SummaryLine(const ListTotals& totals, int64_t streamBytes, int64_t packageBytes);
+
+// Appends to `problems` what is wrong with a record the reader handed out whole:
+// a [File] without a name, content cut short, a name that would escape the
+// installation directory, a record acting on the current directory before any [Dir].
+// Each problem reads "record N at byte B: [Kind] target: what".
+void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& problems);
+
+// The problem report of a record the reader found malformed (a missing key line or a
+// failed seek), in the same form.
+std::string MalformedRecordProblem(const PackageRecord& record);
+
+// The report of a stream whose magic or version line is wrong or missing.
+std::string BadMagicProblem();
+
+// The outcome of walking a whole record stream for `tkpack verify`.
+struct VerifyReport {
+  int records = 0;                    // records handed out, malformed ones included
+  std::vector<std::string> problems;  // in stream order
+};
+
+// Checks the magic and version lines, then walks every record to the end of the
+// stream and collects every problem; a malformed record does not end the walk.
+VerifyReport VerifyRecordStream(PackageRecordReader& reader);
+
+}  // namespace tk
+
+#endif  // TAVIK_TKPACK_RECORD_REPORT_H_

@@ -1,0 +1,51 @@
+// tkpack verify: decodes a whole package into a private temporary directory and walks
+// every record with the installer's reader, writing nothing else.
+#include <string>
+
+#include "package/record_reader.h"
+#include "tkpack/commands.h"
+#include "tkpack/file_watcher.h"
+#include "tkpack/opened_package.h"
+#include "tkpack/record_report.h"
+#include "tkpack/tool.h"
+
+namespace tk {
+
+namespace {
+
+void PrintReport(const std::string& packagePath, const VerifyReport& report, FILE* out) {
+  for (const std::string& problem : report.problems) {
+    std::fprintf(out, "%s: %s\n", packagePath.c_str(), problem.c_str());
+  }
+  if (report.problems.empty()) {
+    std::fprintf(out, "%s: ok, %d records\n", packagePath.c_str(), report.records);
+  } else {
+    std::fprintf(out, "%s: %zu problems in %d records\n", packagePath.c_str(),
+                 report.problems.size(), report.records);
+  }
+}
+
+}  // namespace
+
+int RunVerify(const CommandLine& line, ToolIo& io) {
+  const std::string& packagePath = line.operands[0];
+  OpenedPackage opened;
+  std::string error;
+  VerifyReport report;
+  {
+    ProgressDisplay display(io.err, io.errIsTerminal);
+    FileProgressWatcher watcher(
+        display, {{"decoding", packagePath, WatchedFile::Access::kReading},
+                  {"verifying", opened.decodedPath(), WatchedFile::Access::kReading}});
+    if (!opened.Open(packagePath, error)) {
+      watcher.Stop();
+      return ReportFailure(io, error);
+    }
+    PackageRecordReader reader(opened.stream());
+    report = VerifyRecordStream(reader);
+  }
+  PrintReport(packagePath, report, io.out);
+  return report.problems.empty() ? kExitSuccess : kExitFailure;
+}
+
+}  // namespace tk
