@@ -148,13 +148,6 @@ int DecodePosition(BitReader& in) {
   return (kPositionTables.groupOfByte[head] << kPositionLowBits) | static_cast<int>(low);
 }
 
-// The header's length: the top byte's term is a signed 32-bit value widened with
-// its sign, so 2^31 and more read as lengths near 2^64.
-uint64_t HeaderLength(const uint8_t* h) {
-  const uint32_t raw = h[0] | (h[1] << 8) | (h[2] << 16) | (static_cast<uint32_t>(h[3]) << 24);
-  return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(raw)));
-}
-
 void DecodeBody(LzhufCodec& codec, BitReader& in, ByteWriter& out, uint64_t size,
                 uint64_t limit) {
   StartHuffman(codec);
@@ -186,6 +179,11 @@ void DecodeBody(LzhufCodec& codec, BitReader& in, ByteWriter& out, uint64_t size
 
 }  // namespace
 
+uint64_t LzhufStatedLength(const uint8_t* h) {
+  const uint32_t raw = h[0] | (h[1] << 8) | (h[2] << 16) | (static_cast<uint32_t>(h[3]) << 24);
+  return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(raw)));
+}
+
 int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
   ResetCounters(codec);
   BitWriter out(sink, codec.outBlock);
@@ -205,7 +203,7 @@ int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_
   const size_t got = ReadFull(source, codec.inBlock, kLzhufIoBlockSize);
   if (got < kHeaderSize) return kLzhufNoHeader;
   std::memcpy(codec.header, codec.inBlock, kHeaderSize);
-  const uint64_t size = HeaderLength(codec.header);
+  const uint64_t size = LzhufStatedLength(codec.header);
   if (size == 0) return kLzhufEmpty;
   BitReader in(source, codec.inBlock, kHeaderSize, got);
   ByteWriter out(sink, codec.outBlock);

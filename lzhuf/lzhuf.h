@@ -6,9 +6,10 @@
 // Compressed layout: 4 bytes holding the uncompressed length (unsigned 32-bit,
 // least significant byte first), then the bit stream, most significant bit of each
 // byte first, the last byte padded with zero bits. There is no magic number, no
-// checksum and no end symbol: the decoder stops when it has produced the stated
+// checksum and no end symbol: the decoder stops once it has produced the stated
 // number of bytes, and reads past the end of the stream as zero bytes, so a corrupt
-// or truncated stream decodes into garbage of the stated length, never an error.
+// or truncated stream decodes into garbage of the stated length (up to 9 bytes
+// more, as the last match is always completed), never an error.
 //
 // Thread-safety: the functions keep no shared state; everything lives in the
 // caller's LzhufCodec. One codec serves one operation at a time; use one per
@@ -174,6 +175,10 @@ int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink
 // length of 0: nothing written), kLzhufNoHeader (nothing written) or
 // kLzhufWriteFailed.
 int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_t limit);
+
+// The length stated by a 4-byte header: the top byte's term is a signed 32-bit
+// value widened with its sign, so a field of 2^31 or more gives a length near 2^64.
+uint64_t LzhufStatedLength(const uint8_t* header);
 
 // LzhufEncode of a byte span; `out` is cleared and receives the compressed form.
 int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data,

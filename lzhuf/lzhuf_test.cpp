@@ -120,5 +120,175 @@ TEST(LzhufRoundTrip, DecodingReturnsWhatWasEncoded) {
   }
 }
 
+Bytes Encode(LzhufCodec& codec, const Bytes& input) {
+  Bytes out;
+  LzhufEncodeBuffer(codec, input, out);
+  return out;
+}
+
+Bytes Decode(LzhufCodec& codec, const Bytes& packed, uint64_t limit, int expected = kLzhufOk) {
+  Bytes out;
+  EXPECT_EQ(expected, LzhufDecodeBuffer(codec, packed, out, limit));
+  return out;
+}
+
+Bytes Prefix(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + n); }
+
+// The code word of symbol c in the starting tree, from its shape alone: leaves 0
+// to 263 in order, node 264 + i above positions 2i and 2i + 1, root 526; a node at
+// an odd position adds a 1. Returned as a string of '0'/'1', root end first.
+std::string StartingCode(int c) {
+  std::string bits;
+  for (int node = c; node != 526; node = 264 + node / 2) bits.insert(bits.begin(), '0' + (node & 1));
+  return bits;
+}
+
+// Packs a header and a string of '0'/'1' bits (zero padded) into a stream.
+Bytes HandMade(uint32_t length, const std::string& bits) {
+  Bytes b{static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8),
+          static_cast<uint8_t>(length >> 16), static_cast<uint8_t>(length >> 24)};
+  for (size_t i = 0; i < bits.size(); ++i) {
+    if (i % 8 == 0) b.push_back(0);
+    if (bits[i] == '1') b.back() |= static_cast<uint8_t>(0x80 >> (i % 8));
+  }
+  return b;
+}
+
+TEST(LzhufEdges, EmptyInputIsTheBareHeader) {
+  auto codec = std::make_unique<LzhufCodec>();
+  Bytes out{1, 2, 3};
+  EXPECT_EQ(kLzhufEmpty, LzhufEncodeBuffer(*codec, Bytes{}, out));
+  EXPECT_EQ((Bytes{0, 0, 0, 0}), out);
+  EXPECT_EQ(Bytes{}, Decode(*codec, out, 0, kLzhufEmpty));
+}
+
+TEST(LzhufEdges, SingleBytesAreOneLiteralPaddedToAByte) {
+  auto codec = std::make_unique<LzhufCodec>();
+  for (int c = 0; c < 256; ++c) {
+    const Bytes packed = Encode(*codec, Bytes{static_cast<uint8_t>(c)});
+    EXPECT_EQ(HandMade(1, StartingCode(c)), packed) << c;
+  }
+}
+
+TEST(LzhufEdges, TenSpacesAreOneMatchIntoThePrefilledRing) {
+  auto codec = std::make_unique<LzhufCodec>();
+  // Symbol 263 (length 10), then distance 9: prefix 000 and the low bits 001001.
+  const Bytes packed = Encode(*codec, Bytes(10, ' '));
+  EXPECT_EQ(HandMade(10, StartingCode(263) + "000" + "001001"), packed);
+  EXPECT_EQ(Bytes(10, ' '), Decode(*codec, packed, 1));
+}
+
+TEST(LzhufEdges, LimitStopsAfterTheSymbolThatReachesIt) {
+  auto codec = std::make_unique<LzhufCodec>();
+  const Bytes input = TextBytes(1000000);
+  const Bytes packed = Encode(*codec, input);
+  for (uint64_t limit : {1ull, 100000ull, 999999ull}) {
+    const Bytes out = Decode(*codec, packed, limit);
+    EXPECT_GE(out.size(), limit);
+    EXPECT_LE(out.size(), limit + 9);
+    EXPECT_EQ(Prefix(input, out.size()), out);
+  }
+  EXPECT_EQ(input, Decode(*codec, packed, 5000000));
+}
+
+TEST(LzhufEdges, ShortStreamsDecodeOnZeroBits) {
+  auto codec = std::make_unique<LzhufCodec>();
+  const Bytes input = TextBytes(20000);
+  Bytes packed = Encode(*codec, input);
+  packed[1] += 1;  // claims 256 bytes more than there are
+  // The bytes past the real end come from zero bits; a match among them is
+  // completed, so up to 9 more bytes than stated come out.
+  const Bytes longer = Decode(*codec, packed, 0);
+  EXPECT_GE(longer.size(), input.size() + 256);
+  EXPECT_LE(longer.size(), input.size() + 256 + 9);
+  EXPECT_EQ(input, Prefix(longer, input.size()));
+  packed.resize(packed.size() / 2);  // and the second half of the stream is gone
+  const Bytes truncated = Decode(*codec, packed, 0);
+  EXPECT_GE(truncated.size(), input.size() + 256);
+  EXPECT_LE(truncated.size(), input.size() + 256 + 9);
+  // Nothing but zero bits: the starting tree's all-zero path leads to 0x10.
+  EXPECT_EQ("00000000", StartingCode(0x10));
+  const Bytes zeros = Decode(*codec, HandMade(1000, ""), 0);
+  EXPECT_EQ(0x10, zeros.at(0));
+  EXPECT_GE(zeros.size(), 1000u);
+}
+
+TEST(LzhufEdges, HeaderOfTwoGigabytesOrMoreIsSignExtended) {
+  const std::vector<std::pair<uint32_t, uint64_t>> cases = {
+      {0x7FFFFFFFu, 0x7FFFFFFFull},
+      {0x80000000u, 0xFFFFFFFF80000000ull},
+      {0xFFFFFFFFu, 0xFFFFFFFFFFFFFFFFull},
+      {0x01020304u, 0x01020304ull}};
+  auto codec = std::make_unique<LzhufCodec>();
+  for (const auto& [field, length] : cases) {
+    EXPECT_EQ(length, LzhufStatedLength(HandMade(field, "").data())) << field;
+    const Bytes out = Decode(*codec, HandMade(field, ""), 5000);
+    EXPECT_GE(out.size(), 5000u);
+    EXPECT_LE(out.size(), 5009u);
+  }
+}
+
+TEST(LzhufEdges, StreamsShorterThanTheHeaderHaveNoHeader) {
+  auto codec = std::make_unique<LzhufCodec>();
+  for (const Bytes& packed : {Bytes{}, Bytes{5, 0, 0}}) {
+    Bytes out{9};
+    EXPECT_EQ(kLzhufNoHeader, LzhufDecodeBuffer(*codec, packed, out, 0));
+    EXPECT_EQ(Bytes{}, out);
+  }
+}
+
+TEST(LzhufEdges, HandMadeMatchesReadTheRingAsPrefilled) {
+  auto codec = std::make_unique<LzhufCodec>();
+  Decode(*codec, Encode(*codec, RandomBytes(9000, 3)), 0);  // leaves the ring dirty
+  // Length 10 at distance 0 starts on the last space and copies its own output.
+  EXPECT_EQ(Bytes(10, ' '), Decode(*codec, HandMade(10, StartingCode(263) + "000000000"), 0));
+  // Length 3 at distance 4095 reads the ring positions no byte has reached: zeros.
+  EXPECT_EQ(Bytes(3, 0), Decode(*codec, HandMade(3, StartingCode(256) + "11111111" "111111"), 0));
+}
+
+TEST(LzhufEdges, ReusedCodecGivesTheBytesOfAFreshOne) {
+  auto used = std::make_unique<LzhufCodec>();
+  Encode(*used, SkewedBytes(500000));
+  for (const Bytes& input : {Bytes{'a', 'b', 'c'}, Bytes{'a', 0, 'b', 0, 'c'}, TextBytes(18),
+                             RandomBytes(5000, 9)}) {
+    auto fresh = std::make_unique<LzhufCodec>();
+    const Bytes expected = Encode(*fresh, input);
+    EXPECT_EQ(expected, Encode(*used, input));
+    EXPECT_EQ(input, Decode(*used, expected, 0));
+  }
+}
+
+// A sink that refuses everything after `room` bytes, or only at the flush.
+class FailingSink : public LzhufSink {
+ public:
+  FailingSink(size_t room, bool flushFails) : room_(room), flushFails_(flushFails) {}
+  bool Write(const uint8_t*, size_t size) override {
+    if (size > room_) return false;
+    room_ -= size;
+    return true;
+  }
+  bool Flush() override { return !flushFails_; }
+
+ private:
+  size_t room_;
+  bool flushFails_;
+};
+
+TEST(LzhufEdges, FailedWritesAndFlushesGive145) {
+  auto codec = std::make_unique<LzhufCodec>();
+  const Bytes input = RandomBytes(200000, 5);
+  const Bytes packed = Encode(*codec, input);
+  for (size_t room : {size_t{0}, size_t{100000}, SIZE_MAX}) {
+    const bool flushFails = room == SIZE_MAX;
+    FailingSink encodeSink(room, flushFails), decodeSink(room, flushFails);
+    LzhufMemorySource in(input), packedIn(packed);
+    EXPECT_EQ(kLzhufWriteFailed, LzhufEncode(*codec, in, input.size(), encodeSink)) << room;
+    EXPECT_EQ(kLzhufWriteFailed, LzhufDecode(*codec, packedIn, decodeSink, 0)) << room;
+  }
+  FailingSink headerSink(0, false);
+  LzhufMemorySource none(Bytes{});
+  EXPECT_EQ(kLzhufWriteFailed, LzhufEncode(*codec, none, 0, headerSink));
+}
+
 }  // namespace
 }  // namespace tk
