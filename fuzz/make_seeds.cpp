@@ -1,0 +1,186 @@
+// The seed generator of the fuzz targets: every seed is made by the project itself,
+// with the builder, the encoder and the decoder, so the corpus follows the formats as
+// the code writes them.
+//
+//   fuzz_seeds OUTDIR                          writes OUTDIR/TARGET/NAME for every target
+//   fuzz_seeds package DESCRIPTION BASE PKG    builds one package file (a stand-in for
+//                                              `tkpack build` where that is not at hand)
+//
+// Exits 0 on success, 1 with a message on standard error otherwise.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz/fuzz_support.h"
+#include "lzhuf/lzhuf.h"
+#include "package/package.h"
+
+namespace {
+
+using tk::fuzz::ScratchDirectory;
+using tk::fuzz::WriteWholeFile;
+
+// A generator of deterministic bytes, so the seeds are the same on every run.
+class ByteSource {
+ public:
+  uint8_t Next() {
+    state_ = state_ * 6364136223846793005ULL + 1442695040888963407ULL;
+    return static_cast<uint8_t>(state_ >> 56);
+  }
+
+ private:
+  uint64_t state_ = 0x7a5e11;
+};
+
+std::string RandomBytes(size_t count, ByteSource& source) {
+  std::string bytes;
+  for (size_t i = 0; i < count; ++i) bytes.push_back(static_cast<char>(source.Next()));
+  return bytes;
+}
+
+// Mostly random bytes with a little text between them: over 32 KiB of symbols, so the
+// codec's Huffman tree is rebuilt, in an input short enough to mutate quickly.
+std::string MixedBytes(ByteSource& source) {
+  std::string bytes;
+  while (bytes.size() < 36000) {
+    bytes += "[File]\nName = lib" + std::to_string(bytes.size()) + ".so\n";
+    bytes += RandomBytes(200 + source.Next() % 200, source);
+  }
+  return bytes;
+}
+
+std::string Compress(const std::string& plain) {
+  auto codec = std::make_unique<tk::LzhufCodec>();
+  std::vector<uint8_t> packed;
+  tk::LzhufEncodeBuffer(*codec, std::span(reinterpret_cast<const uint8_t*>(plain.data()), plain.size()),
+                        packed);
+  return std::string(packed.begin(), packed.end());
+}
+
+bool Fail(const std::string& message) {
+  std::fprintf(stderr, "fuzz_seeds: %s\n", message.c_str());
+  return false;
+}
+
+bool BuildPackage(const std::string& description, const std::string& base,
+                  const std::string& package) {
+  tk::TkPackage builder;
+  if (builder.BuildPackage(description.c_str(), base.c_str(), package.c_str())) return true;
+  return Fail("cannot build " + package + ": " + builder.ErrorText());
+}
+
+// The plain record stream that the builder makes of `description` over the seed tree.
+bool BuiltStream(const ScratchDirectory& scratch, const char* description, std::string& stream) {
+  const std::string descriptionPath = scratch.Path("seed.desc");
+  const std::string package = scratch.Path("seed.pkg");
+  const std::string plain = scratch.Path("seed.stream");
+  if (!WriteWholeFile(descriptionPath, description)) return Fail("cannot write " + descriptionPath);
+  if (!BuildPackage(descriptionPath, scratch.Path("base"), package)) return false;
+  auto codec = std::make_unique<tk::LzhufCodec>();
+  if (tk::LzhufDecodeFile(*codec, package.c_str(), plain.c_str(), 0) != tk::kLzhufOk) {
+    return Fail("cannot decode " + package);
+  }
+  stream = tk::fuzz::ReadWholeFile(plain);
+  return true;
+}
+
+class SeedWriter {
+ public:
+  explicit SeedWriter(std::string directory) : directory_(std::move(directory)) {}
+  bool Write(const char* target, const std::string& name, const std::string& bytes) {
+    const std::string path = directory_ + "/" + target + "/" + name;
+    return WriteWholeFile(path, bytes) || Fail("cannot write " + path);
+  }
+
+ private:
+  std::string directory_;
+};
+
+bool WriteCodecSeeds(SeedWriter& out, const std::string& stream) {
+  ByteSource source;
+  const std::string inputs[][2] = {
+      {"one_byte", "A"},
+      {"spaces", std::string(10, ' ')},
+      {"text", "The package is compressed as a whole.\nThe package is compressed.\n"},
+      {"random", RandomBytes(3000, source)},
+      {"zeros", std::string(5000, '\0')},
+      {"stream", stream},
+      {"mixed", MixedBytes(source)},
+  };
+  for (const auto& input : inputs) {
+    if (!out.Write("lzhuf_round_trip", input[0], input[1])) return false;
+    if (input[0] == "mixed") continue;  // too long to be worth decoding at every step
+    if (!out.Write("lzhuf_decode", input[0], Compress(input[1]))) return false;
+  }
+  return out.Write("lzhuf_decode", "empty", Compress("")) &&
+         out.Write("lzhuf_decode", "huge_header", "\xff\xff\xff\x7f" + RandomBytes(64, source));
+}
+
+bool WriteStreamSeeds(SeedWriter& out, const std::string& stream, const std::string& perl) {
+  const std::string header = "TAVIK PACKAGE FILE\n1\n[HEADER]\nVersion = 1\n";
+  for (const char* target : {"install_package", "record_walk"}) {
+    if (!out.Write(target, "built", stream) || !out.Write(target, "perl", perl) ||
+        !out.Write(target, "header", header)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool WriteTextSeeds(SeedWriter& out) {
+  const std::string descriptions[][2] = {
+      {"seed", tk::fuzz::kSeedDescription},
+      {"perl", tk::fuzz::kPerlSeedDescription},
+      {"bad_directory", "[a/../b]\ncopyfile: x\n"},
+      {"no_source", "[Bin]\nx=\n"},
+  };
+  const std::string ini[][2] = {
+      {"found", "Main\nName\nnone\n64\n[Main]\r\nName = tavik\r\nPort=8080\r\n"},
+      {"cut", "general\nPATH\n/default\n3\n[ General ]\n\tPath  =  /opt/x \n[Other]\nPath=y\n"},
+      {"missing", "Main\nkey\ndefault value\n0\n[Main] extra\n;key=1\nkeys=2\n"},
+  };
+  const std::string strings[][2] = {
+      {"url", "path/to file?x=1&y=%41"},
+      {"xml", "<a href='x'>\"&amp;\"</a> &lt;"},
+      {"blanks", " \t two  blanks\r\n and\tmore "},
+  };
+  for (const auto& seed : descriptions) {
+    if (!out.Write("check_description", seed[0], seed[1])) return false;
+  }
+  for (const auto& seed : ini) {
+    if (!out.Write("read_ini_value", seed[0], seed[1])) return false;
+  }
+  for (const auto& seed : strings) {
+    if (!out.Write("strings", seed[0], seed[1])) return false;
+  }
+  return true;
+}
+
+bool WriteAllSeeds(const std::string& directory) {
+  ScratchDirectory scratch("seeds");
+  tk::fuzz::MakeSourceTree(scratch.Path("base"));
+  std::string stream, perl;
+  if (!BuiltStream(scratch, tk::fuzz::kSeedDescription, stream) ||
+      !BuiltStream(scratch, tk::fuzz::kPerlSeedDescription, perl)) {
+    return false;
+  }
+  SeedWriter out(directory);
+  return WriteCodecSeeds(out, stream) && WriteStreamSeeds(out, stream, perl) &&
+         WriteTextSeeds(out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> args(argv + 1, argv + argc);
+  if (args.size() == 1) return WriteAllSeeds(args[0]) ? 0 : 1;
+  if (args.size() == 4 && args[0] == "package") {
+    return BuildPackage(args[1], args[2], args[3]) ? 0 : 1;
+  }
+  std::fprintf(stderr,
+               "usage: fuzz_seeds OUTDIR\n"
+               "       fuzz_seeds package DESCRIPTION BASE PACKAGE\n");
+  return 1;
+}
