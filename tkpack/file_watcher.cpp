@@ -55,8 +55,8 @@ bool SampleWatchedFile(const WatchedFile& file, int64_t& done, int64_t& total) {
 }
 
 FileProgressWatcher::FileProgressWatcher(ProgressDisplay& display,
-                                         std::vector<WatchedFile> stages)
-    : display_(display), stages_(std::move(stages)) {
+                                         std::vector<WatchedFile> stages, OutputRelay* relay)
+    : display_(display), stages_(std::move(stages)), relay_(relay) {
   if (display_.enabled()) thread_ = std::thread([this] { Run(); });
 }
 
@@ -75,10 +75,19 @@ void FileProgressWatcher::Run() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (!stopping_) {
     lock.unlock();
+    PassEngineOutput();
     ShowCurrentStage();
     lock.lock();
     wake_.wait_for(lock, kWatchInterval, [this] { return stopping_; });
   }
+}
+
+void FileProgressWatcher::PassEngineOutput() {
+  if (relay_ == nullptr) return;
+  const std::string text = relay_->Take();
+  if (text.empty()) return;
+  display_.Clear();
+  relay_->Pass(text);
 }
 
 void FileProgressWatcher::ShowCurrentStage() {

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "tkpack/output_relay.h"
 #include "tkpack/progress.h"
 
 namespace tk {
@@ -38,8 +39,11 @@ bool SampleWatchedFile(const WatchedFile& file, int64_t& done, int64_t& total);
 class FileProgressWatcher {
  public:
   // Starts the thread when `display` is enabled, else does nothing at all. Each round
-  // shows the last stage of `stages` that is under way.
-  FileProgressWatcher(ProgressDisplay& display, std::vector<WatchedFile> stages);
+  // first passes on what the engine printed through `relay` (when given and running),
+  // taking the display's text away before it, then shows the last stage of `stages`
+  // that is under way.
+  FileProgressWatcher(ProgressDisplay& display, std::vector<WatchedFile> stages,
+                      OutputRelay* relay = nullptr);
   ~FileProgressWatcher() { Stop(); }
   FileProgressWatcher(const FileProgressWatcher&) = delete;
   FileProgressWatcher& operator=(const FileProgressWatcher&) = delete;
@@ -49,10 +53,12 @@ class FileProgressWatcher {
 
  private:
   void Run();
+  void PassEngineOutput();
   void ShowCurrentStage();
 
   ProgressDisplay& display_;
   std::vector<WatchedFile> stages_;
+  OutputRelay* relay_;
   std::mutex mutex_;
   std::condition_variable wake_;
   bool stopping_ = false;

@@ -1,10 +1,13 @@
 // tkpack install: TkPackage::InstallPackage behind a command line.
+#include <unistd.h>
+
 #include <string>
 
 #include "package/package.h"
 #include "support/strings.h"
 #include "tkpack/commands.h"
 #include "tkpack/file_watcher.h"
+#include "tkpack/output_relay.h"
 #include "tkpack/tool.h"
 
 namespace tk {
@@ -36,12 +39,18 @@ int RunInstall(const CommandLine& line, ToolIo& io) {
   TkPackage package;
   bool installed = false;
   {
+    OutputRelay relay;  // outlives the watcher that uses it
     ProgressDisplay display(io.err, io.errIsTerminal);
+    // The engine's progress lines and the display share a terminal: relay the lines.
+    const bool shared = verbose && display.enabled() && isatty(STDOUT_FILENO) != 0;
     FileProgressWatcher watcher(
-        display, {{"decoding", packagePath, WatchedFile::Access::kReading},
-                  {"installing", InstallTempPath(packagePath, destination),
-                   WatchedFile::Access::kReading}});
+        display,
+        {{"decoding", packagePath, WatchedFile::Access::kReading},
+         {"installing", InstallTempPath(packagePath, destination), WatchedFile::Access::kReading}},
+        shared && relay.Start() ? &relay : nullptr);
     installed = package.InstallPackage(packagePath.c_str(), destination.c_str(), verbose ? 1 : 0);
+    watcher.Stop();
+    relay.Finish();
   }
   if (verbose) {
     // The engine's progress lines begin with their LF; end the last one.

@@ -51,7 +51,7 @@ void ProgressDisplay::Update(const std::string& label, int64_t done, int64_t tot
   if (label != label_) {
     label_ = label;
     stageStart_ = now;
-    lastDraw_ = Clock::time_point{};
+    lastDraw_ = now;  // the first drawing waits a whole interval: short stages stay quiet
   }
   if (!IsLarge(done, total) || now - lastDraw_ < kRedrawInterval) return;
   lastDraw_ = now;

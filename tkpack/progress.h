@@ -42,8 +42,8 @@ class ProgressDisplay {
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
   // Reports that `done` of `total` bytes (`total` < 0: unknown) of the stage `label`
-  // are through. A new label starts a new stage (and its rate). Draws at most every
-  // kRedrawInterval, and only once the stage is a large input.
+  // are through. A new label starts a new stage (and its rate). Draws only a large
+  // input's stage, at most every kRedrawInterval and not before it is that old.
   void Update(const std::string& label, int64_t done, int64_t total);
 
   // Erases whatever the display drew.

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "support/strings.h"
+
 namespace tk {
 
 namespace {
@@ -49,8 +51,10 @@ std::string RecordKindText(const PackageRecord& record) {
 
 std::string RecordTarget(const PackageRecord& record) {
   if (record.kind == RecordKind::kOther) return "[" + record.section + "]";
-  if (!ActsOnCurrentDirectory(record.kind) || record.directory.empty()) return record.name;
-  return record.directory + "/" + record.name;
+  if (!ActsOnCurrentDirectory(record.kind)) return record.name;
+  std::string path = record.directory;
+  AddTrailingSlash(path);  // as the installer joins them
+  return path + record.name;
 }
 
 std::string RecordPosition(const PackageRecord& record) {

@@ -20,8 +20,9 @@ void PrintReport(const std::string& packagePath, const VerifyReport& report, FIL
   if (report.problems.empty()) {
     std::fprintf(out, "%s: ok, %d records\n", packagePath.c_str(), report.records);
   } else {
-    std::fprintf(out, "%s: %zu problems in %d records\n", packagePath.c_str(),
-                 report.problems.size(), report.records);
+    const std::size_t count = report.problems.size();
+    std::fprintf(out, "%s: %zu problem%s in %d records\n", packagePath.c_str(), count,
+                 count == 1 ? "" : "s", report.records);
   }
 }
 
