@@ -1,5 +1,6 @@
 #include "package/record_reader.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -183,7 +184,10 @@ bool PackageRecordReader::ReadFileKeys(PackageRecord& record) {
   }
   record.size = std::strtoul(size.c_str(), nullptr, 10);
   record.contentOffset = TellFile(stream_);
-  if (SeekFile(stream_, static_cast<int64_t>(record.size), SEEK_CUR) != 0) {
+  // A size beyond the largest offset would wrap into a seek backwards, which could bring
+  // the same record round again and again: it counts as a seek that failed.
+  const auto room = static_cast<uint64_t>(INT64_MAX - record.contentOffset);
+  if (record.size > room || SeekFile(stream_, static_cast<int64_t>(record.size), SEEK_CUR) != 0) {
     record.problem = "cannot seek past the content";
     return false;
   }

@@ -98,6 +98,9 @@ TEST_F(RecordReaderTest, MissingKeyLinesAreReportedAndReadingGoesOn) {
       {"[File]\nName = f\n", {"bad FILE: stream ends before the \"Size = \" line"}},
       {"[RmDir]\nName = r\nWithsubdir: YES\n", {"bad RMDIR: missing \"Withsubdir = \" line"}},
       {"[Exec]", {"bad EXEC: stream ends before the \"Name = \" line"}},
+      {"[File]\nName = f\nSize = 18446744073709551584\n[Exec]\nName = x\n",
+       {"bad FILE: cannot seek past the content", "Exec x"}},
+      {"[File]\nName = f\nSize = 9223372036854775800\n", {"bad FILE: cannot seek past the content"}},
   };
   for (const auto& c : cases) EXPECT_EQ(Walk(c.body), c.records) << c.body;
 }
