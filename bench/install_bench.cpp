@@ -1,0 +1,180 @@
+// How much the record work of InstallPackage adds on top of decoding the package.
+//
+// Assembles a deterministic tree of about 40 MB (text: the first files of /usr/include in
+// sorted order; binary: the first regular files of /usr/lib in sorted order), builds one
+// package from it with BuildPackage, then times
+//   BM_DecodeOnly  LzhufDecodeFile of the package into a plain file, and
+//   BM_Install     InstallPackage of the same package into a fresh directory
+// and prints the share the records add (install / decode - 1). The goal is at most 25%.
+// The scratch directory (corpus, package, installations) is TK_BENCH_DIR, /dev/shm or /tmp.
+//
+// Run: cmake --preset release && cmake --build --preset release --target install_bench &&
+//      build/release/bin/install_bench
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lzhuf/lzhuf.h"
+#include "package/package.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uintmax_t kTextBytes = 20u << 20;
+constexpr std::uintmax_t kBinaryBytes = 20u << 20;
+constexpr std::uintmax_t kLargestBinaryFile = 4u << 20;
+
+struct Corpus {
+  std::string root;     // scratch directory, removed at the end
+  std::string package;  // the package built from root/tree
+  std::uintmax_t bytes = 0;
+  std::size_t files = 0;
+};
+
+Corpus gCorpus;
+
+// Regular files below `from`, sorted by path; names starting with "." are left out
+// because captures never carry them.
+std::vector<fs::path> SortedFiles(const fs::path& from) {
+  std::vector<fs::path> files;
+  std::error_code error;
+  for (fs::recursive_directory_iterator it(from, fs::directory_options::skip_permission_denied,
+                                           error), end;
+       it != end; it.increment(error)) {
+    if (error) break;
+    const std::string name = it->path().filename().string();
+    if (name.starts_with(".") || it->is_symlink() || !it->is_regular_file()) continue;
+    if (it->path().string().find("  ") != std::string::npos) continue;
+    files.push_back(it->path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// Copies the first files of `from` (up to `budget` bytes) below `to`, keeping their paths.
+void CopyFirstFiles(const fs::path& from, const fs::path& to, std::uintmax_t budget,
+                    std::uintmax_t largest) {
+  for (const fs::path& file : SortedFiles(from)) {
+    const std::uintmax_t size = fs::file_size(file);
+    if (size > largest || size > budget) continue;
+    const fs::path target = to / fs::relative(file, from);
+    fs::create_directories(target.parent_path());
+    fs::copy_file(file, target, fs::copy_options::overwrite_existing);
+    budget -= size;
+    gCorpus.bytes += size;
+    ++gCorpus.files;
+    if (budget < 4096) break;
+  }
+}
+
+// The scratch directory lives in TK_BENCH_DIR when set, else in /dev/shm (memory, so
+// that the disk's inode allocation does not drown what is measured), else in /tmp.
+bool PrepareCorpus() {
+  const char* parent = std::getenv("TK_BENCH_DIR");
+  if (parent == nullptr) parent = fs::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+  std::string pattern = std::string(parent) + "/tk_install_bench.XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) return false;
+  gCorpus.root = pattern;
+  const fs::path tree = gCorpus.root + "/tree";
+  CopyFirstFiles("/usr/include", tree / "include", kTextBytes, kTextBytes);
+  CopyFirstFiles("/usr/lib", tree / "lib", kBinaryBytes, kLargestBinaryFile);
+  const std::string description = gCorpus.root + "/corpus.desc";
+  std::ofstream(description) << "[HEADER]\nName = install bench corpus\n"
+                             << "[include]\ncopydirsub:\n[lib]\ncopydirsub:\n";
+  gCorpus.package = gCorpus.root + "/corpus.pkg";
+  tk::TkPackage package;
+  if (!package.BuildPackage(description.c_str(), tree.c_str(), gCorpus.package.c_str())) {
+    std::fprintf(stderr, "build failed: %s\n", package.ErrorText().c_str());
+    return false;
+  }
+  return true;
+}
+
+void BM_DecodeOnly(benchmark::State& state) {
+  const std::string plain = gCorpus.root + "/decoded.plain";
+  auto codec = std::make_unique<tk::LzhufCodec>();
+  for (auto _ : state) {
+    if (tk::LzhufDecodeFile(*codec, gCorpus.package.c_str(), plain.c_str(), 0) != 0) {
+      state.SkipWithError("decode failed");
+    }
+  }
+  fs::remove(plain);
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * gCorpus.bytes));
+}
+
+// Every run installs into a directory of its own: deleting thousands of files just before
+// creating as many would time the file system's inode reuse policy, not the installation.
+void BM_Install(benchmark::State& state) {
+  static int run = 0;
+  tk::TkPackage package;
+  for (auto _ : state) {
+    const std::string destination = gCorpus.root + "/installed." + std::to_string(++run);
+    if (!package.InstallPackage(gCorpus.package.c_str(), destination.c_str(), 0)) {
+      state.SkipWithError(package.ErrorText().c_str());
+    }
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * gCorpus.bytes));
+}
+
+BENCHMARK(BM_DecodeOnly)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
+BENCHMARK(BM_Install)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
+
+// Console output as usual, plus the medians kept for the summary line.
+class MedianReporter : public benchmark::ConsoleReporter {
+ public:
+  struct Times {
+    double real = 0;
+    double cpu = 0;
+  };
+
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.aggregate_name != "median") continue;
+      medians_[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  Times Median(const std::string& name) const {
+    auto it = medians_.find(name);
+    return it == medians_.end() ? Times() : it->second;
+  }
+
+ private:
+  std::map<std::string, Times> medians_;
+};
+
+double PercentAdded(double install, double decode) { return (install / decode - 1.0) * 100.0; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (!PrepareCorpus()) return 1;
+  std::printf("corpus: %zu files, %.1f MB; package %.1f MB\n", gCorpus.files,
+              static_cast<double>(gCorpus.bytes) / 1e6,
+              static_cast<double>(fs::file_size(gCorpus.package)) / 1e6);
+  MedianReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  const MedianReporter::Times decode = reporter.Median("BM_DecodeOnly");
+  const MedianReporter::Times install = reporter.Median("BM_Install");
+  if (decode.real > 0 && decode.cpu > 0) {
+    // CPU time is the steadier figure on a shared machine; wall time is what a user waits.
+    std::printf("median decode %.0f ms wall / %.0f ms CPU, install %.0f ms wall / %.0f ms CPU\n",
+                decode.real, decode.cpu, install.real, install.cpu);
+    std::printf("the records add %.1f%% wall, %.1f%% CPU (goal <= 25%%)\n",
+                PercentAdded(install.real, decode.real), PercentAdded(install.cpu, decode.cpu));
+  }
+  benchmark::Shutdown();
+  fs::remove_all(gCorpus.root);
+  return 0;
+}
