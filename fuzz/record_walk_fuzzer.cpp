@@ -1,14 +1,18 @@
 // Walks the input as a plain record stream the way `tkpack verify` does: the magic
-// check, then every record up to the end, going on after malformed records so that all
-// problems are seen, and without writing anything. The stream is a real file (written
-// from the input), so seeks past its end behave as they do on a decoded package.
+// check, then every record up to the end, going on after a bad magic line and after
+// malformed records so that all problems are seen, and without writing anything. The
+// stream is a real file (written from the input), so seeks past its end behave as they
+// do on a decoded package. The walk checks the reader's promises and formats every
+// record as `tkpack list` does; then VerifyRecordStream itself walks the same stream.
 //
 // What must hold for every record handed out: its index counts up by one; its offset
 // lies inside the stream; its kind is the one its section names; names are normalised
 // (no tab, CR, LF, outer or doubled blank) and those of [Dir], [RmDir] and [TextDir]
 // carry no backslash; the current directory is the name of the latest [Dir]; a [File]
 // leaves the stream right after its content, and what the record says is available of
-// that content lies inside the stream; a malformed record says what was wrong.
+// that content lies inside the stream; a malformed record says what was wrong. And
+// VerifyRecordStream counts the same records and reports a problem whenever the magic
+// line is wrong or a record is malformed.
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -16,6 +20,7 @@
 #include "fuzz/fuzz_support.h"
 #include "package/record_reader.h"
 #include "support/files.h"
+#include "tkpack/record_report.h"
 
 namespace {
 
@@ -29,6 +34,7 @@ struct WalkState {
   int index = 0;
   std::string directory;
   bool afterDir = false;
+  bool problems = false;  // a bad magic line or a malformed record
 };
 
 bool IsNormalised(const std::string& text) {
@@ -61,8 +67,12 @@ void CheckRecord(const PackageRecord& record, PackageRecordReader::Status status
   Expect(tk::RecordKindName(record.kind) != nullptr, "kind without a name", where);
   Expect(record.directory == state.directory && record.afterDir == state.afterDir,
          "current directory is not the latest [Dir]", where);
+  Expect(!tk::RecordPosition(record).empty() && !tk::RecordKindText(record).empty() &&
+             !tk::ListLine(record, true).empty(),
+         "record cannot be listed", where);
   if (status == PackageRecordReader::Status::kMalformed) {
     Expect(!record.problem.empty(), "malformed record without a problem", where);
+    state.problems = true;
     return;
   }
   Expect(record.problem.empty() && IsNormalised(record.name), "bad record name", where);
@@ -82,6 +92,19 @@ void CheckRecord(const PackageRecord& record, PackageRecordReader::Status status
   }
 }
 
+// VerifyRecordStream over the stream again, from its start.
+void CheckVerifyReport(FILE* stream, const WalkState& walked) {
+  tk::SeekFile(stream, 0, SEEK_SET);
+  PackageRecordReader reader(stream);
+  const tk::VerifyReport report = tk::VerifyRecordStream(reader);
+  Expect(report.records == walked.index, "verify counts other records than the walk: ",
+         std::to_string(report.records) + " against " + std::to_string(walked.index));
+  Expect(!walked.problems || !report.problems.empty(), "verify misses a malformed record");
+  for (const std::string& problem : report.problems) {
+    Expect(!problem.empty(), "verify reports an empty problem");
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -92,12 +115,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Expect(stream != nullptr, "cannot open ", path);
   PackageRecordReader reader(stream.get());
   Expect(reader.StreamSize() == static_cast<int64_t>(size), "wrong stream size");
-  if (!reader.ReadMagic()) return 0;
   WalkState state;
+  state.problems = !reader.ReadMagic();
   PackageRecord record;
   for (;;) {
     const PackageRecordReader::Status status = reader.Next(record);
-    if (status == PackageRecordReader::Status::kEnd) return 0;
+    if (status == PackageRecordReader::Status::kEnd) break;
     CheckRecord(record, status, state, stream.get(), reader.StreamSize());
   }
+  CheckVerifyReport(stream.get(), state);
+  return 0;
 }
