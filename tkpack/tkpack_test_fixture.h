@@ -1,13 +1,12 @@
 // Shared fixture of the tkpack tests: a fresh directory per test in which the real
-// tkpack program runs (with TMPDIR pointing into it, so private temporaries can be
-// checked), and small verbs to write description files, sources and hand-made
-// packages and to look at what ends up on disk.
+// tkpack program runs (with TMPDIR pointing into it, so that private temporaries can
+// be checked), and small verbs to write sources and hand-made packages and to look at
+// what ends up on disk.
 #ifndef TAVIK_TKPACK_TKPACK_TEST_FIXTURE_H_
 #define TAVIK_TKPACK_TKPACK_TEST_FIXTURE_H_
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -19,6 +18,7 @@
 
 #include "installer/test_process.h"
 #include "lzhuf/lzhuf.h"
+#include "tkpack/tool.h"
 
 namespace tk {
 
@@ -35,15 +35,13 @@ class TkpackTest : public ::testing::Test {
 
   std::string Path(const std::string& relative) const { return root_ + "/" + relative; }
 
-  // Writes `bytes` to root/relative, creating the parent directories.
   void WriteFile(const std::string& relative, const std::string& bytes) const {
-    const std::filesystem::path path = Path(relative);
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
+    std::filesystem::create_directories(std::filesystem::path(Path(relative)).parent_path());
+    std::ofstream(Path(relative), std::ios::binary) << bytes;
   }
 
-  static std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+  std::string ReadFile(const std::string& relative) const {
+    std::ifstream in(Path(relative), std::ios::binary);
     std::ostringstream bytes;
     bytes << in.rdbuf();
     return bytes.str();
@@ -60,7 +58,7 @@ class TkpackTest : public ::testing::Test {
     return test::RunChild(run);
   }
 
-  // Compresses the plain record stream `records` into root/name with the codec.
+  // Compresses the plain record stream `records` into the package `name`.
   void WritePackage(const std::string& name, const std::string& records) const {
     WriteFile("plain.stream", records);
     auto codec = std::make_unique<LzhufCodec>();
@@ -68,54 +66,32 @@ class TkpackTest : public ::testing::Test {
     std::filesystem::remove(Path("plain.stream"));
   }
 
-  // The plain record stream inside the package at `path`.
-  static std::string Decompress(const std::string& path) {
-    const std::string plain = path + ".plain";
-    auto codec = std::make_unique<LzhufCodec>();
-    EXPECT_EQ(LzhufDecodeFile(*codec, path.c_str(), plain.c_str(), 0), 0);
-    std::string bytes = ReadFile(plain);
-    std::filesystem::remove(plain);
-    return bytes;
-  }
-
-  // The sample sources: a description with a header and three sections.
-  void WriteSample() const {
+  // The sample sources (a header and three sections), built into sample.pkg.
+  void BuildSample() const {
     WriteFile("src/desc.txt",
-              "[HEADER]\nVersion = 5\nProduct = tavik\n"
-              "[Bin]\ncopydir:\nexec: run.sh\n"
-              "[Bin/lib]\ncopydir:\n"
-              "[Doc]\ncopyfile: readme.txt\ntextfile: readme.txt\n");
+              "[HEADER]\nVersion = 5\nProduct = tavik\n[Bin]\ncopydir:\nexec: run.sh\n"
+              "[Bin/lib]\ncopydir:\n[Doc]\ncopyfile: readme.txt\ntextfile: readme.txt\n");
     WriteFile("src/Bin/run.sh", "#!/bin/sh\necho hi\n");
     WriteFile("src/Bin/lib/x.so", "XSO");
     WriteFile("src/Doc/readme.txt", "line1\r\nline2");
+    ASSERT_EQ(Tkpack({"build", "src/desc.txt", "sample.pkg"}).exitStatus, kExitSuccess);
   }
 
-  // Every path below root/relative with "dir" for directories and mode bits and bytes
-  // for files, so that a whole tree compares in one assertion.
+  // Every path below `relative` with "dir" for directories and mode and bytes for files.
   std::map<std::string, std::string> Snapshot(const std::string& relative) const {
     std::map<std::string, std::string> tree;
-    const std::string directory = Path(relative);
-    if (!std::filesystem::exists(directory)) return tree;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
-      const std::string name = std::filesystem::relative(entry.path(), directory).string();
-      if (entry.is_directory()) {
-        tree[name] = "dir";
-        continue;
-      }
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(Path(relative))) {
+      const std::string name = std::filesystem::relative(entry.path(), Path(relative)).string();
       struct stat info {};
       stat(entry.path().c_str(), &info);
       char mode[8];
-      std::snprintf(mode, sizeof mode, "%03o", info.st_mode & 0777);
-      tree[name] = std::string(mode) + ":" + ReadFile(entry.path());
+      std::snprintf(mode, sizeof mode, "%o:", info.st_mode & 0777u);
+      tree[name] = entry.is_directory() ? "dir" : mode + ReadFile(relative + "/" + name);
     }
     return tree;
   }
 
-  // The whole test directory, for "nothing was written" checks.
-  std::map<std::string, std::string> Everything() const { return Snapshot("."); }
-
-  // What tkpack leaves behind that it should not: "*.tk_temp" files anywhere and
-  // anything in its TMPDIR.
+  // What tkpack should never leave behind: "*.tk_temp" files and anything in TMPDIR.
   int Leftovers() const {
     int count = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root_)) {
@@ -126,7 +102,6 @@ class TkpackTest : public ::testing::Test {
   }
 
   static constexpr const char* kMagic = "TAVIK PACKAGE FILE\n1\n";
-
   std::string root_;
 };
 
