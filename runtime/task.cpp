@@ -144,12 +144,13 @@ void* TkTask::ThreadMain(void* argument) {
   return nullptr;
 }
 
+namespace {
+
 // The frame below Run while a Stop may land on a task thread. It owns nothing with a
 // destructor, has no try block and is left out of ThreadSanitizer's instrumentation
 // (which would wrap it in a clean-up), so it has no exception table and the forced
 // unwind of pthread_exit passes it from any instruction; in a frame with a table, an
 // interrupted instruction outside the table's call sites ends in std::terminate.
-namespace {
 
 [[gnu::noipa, gnu::no_sanitize("thread")]] bool PrepareAndRunStoppable(TkTask* task, int* result) {
   bool ran = task->Prepare();
@@ -161,7 +162,8 @@ namespace {
 }  // namespace
 
 // A task thread comes here with SIGSEGV open and leaves with it blocked; an exception
-// leaves PrepareAndRunStoppable before its block, so the handlers block it first.
+// leaves PrepareAndRunStoppable before its block, so the handlers block it first (a
+// Stop landing in the few instructions before that ends the process, not the thread).
 // The forced unwind has no C++ object behind it: the runtime binds the handler's
 // reference to null, which the undefined-behaviour sanitizer must not stop on.
 [[gnu::no_sanitize("null")]] bool TkTask::CallHooks(bool threaded, int* result) {

@@ -10,8 +10,8 @@
 // occured)" unless Stop asked for the end, and calls Finish.
 // Writing a Run that may be stopped: the unwind starts at whatever instruction was
 // interrupted. A frame that owns objects with destructors or has try blocks can only be
-// unwound while it is inside a call that may throw; interrupted anywhere else in it the
-// process ends in std::terminate. Keep long computations and waiting loops in functions
+// unwound while it is inside a call that the compiler takes as possibly throwing;
+// interrupted anywhere else in it, the process ends in std::terminate. Keep long computations and waiting loops in functions
 // that own no such objects (g++ gives every function the unwind tables this needs).
 // OnException and Finish then run inside the signal handler of the ending thread,
 // which may have interrupted malloc or a lock holder: overrides reached that way should
@@ -48,9 +48,9 @@ class TkTask : public TkObject {
 
   // The work; its return value becomes the result.
   virtual int Run() = 0;
-  // Receives the text of an exception that escaped Run (what() of a std::exception,
-  // "Unknown" for anything else, kSignalEndReport for a thread ended by a signal).
-  // Does nothing by default.
+  // Receives the text of an exception that escaped Run (on a task thread, also Prepare):
+  // what() of a std::exception, "Unknown" for anything else, and kSignalEndReport for a
+  // thread ended by a signal that Stop did not send. Does nothing by default.
   virtual void OnException(const char* text);
   // Runs first; Run is called only if it returns true. The default records the calling
   // thread as the task's thread and returns true.
@@ -60,9 +60,10 @@ class TkTask : public TkObject {
   virtual void Finish();
   // Runs the task in the caller's thread (`inCallerThread`) or on a new detached
   // thread. Inline: returns what Prepare returned, after Finish. Threaded: returns true
-  // once the thread is created, false if that failed. While a threaded run is in
-  // progress nothing is started and the result is false for an inline request, true
-  // for a threaded one; auto-delete is stored in every case.
+  // once the thread is created; false only when the thread calls report -1, which
+  // pthread_create never does, so a failed creation leaves the task marked running.
+  // While a threaded run is in progress nothing is started and the result is false for
+  // an inline request, true for a threaded one; auto-delete is stored in every case.
   virtual bool Start(bool inCallerThread, bool autoDelete);
 
   // Ends the task's thread by SIGSEGV (without the kSignalEndReport report) and pauses
