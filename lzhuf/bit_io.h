@@ -103,6 +103,8 @@ class BitReader {
   }
 
   int count() const { return count_; }
+  // The buffered bits, the next one on top.
+  uint64_t bits() const { return bits_; }
   // The next `n` bits (1 to 32) without consuming them; needs count() >= n.
   uint32_t Peek(int n) const { return static_cast<uint32_t>(bits_ >> (64 - n)); }
   void Skip(int n) {

@@ -58,30 +58,60 @@ void RebuildHuffman(LzhufCodec& codec) {
   LinkParents(codec);
 }
 
-void UpdateHuffman(LzhufCodec& codec, int c) {
-  if (codec.freq[kR] == kLzhufMaxFreq) RebuildHuffman(codec);
-  c = codec.prnt[c + kT];
+namespace {
+
+// Node `c` has just grown to `k`, past the next position: exchanges it with the
+// last node still below `k` and returns that position.
+int MoveUp(LzhufCodec& codec, int c, unsigned k) {
+  int l = c + 1;
+  while (k > codec.freq[++l]) {
+  }
+  --l;
+  codec.freq[c] = codec.freq[l];
+  codec.freq[l] = static_cast<uint16_t>(k);
+  const int i = codec.son[c];
+  codec.prnt[i] = static_cast<int16_t>(l);
+  if (i < kT) codec.prnt[i + 1] = static_cast<int16_t>(l);
+  const int j = codec.son[l];
+  codec.son[l] = static_cast<int16_t>(i);
+  codec.prnt[j] = static_cast<int16_t>(c);
+  if (j < kT) codec.prnt[j + 1] = static_cast<int16_t>(c);
+  codec.son[c] = static_cast<int16_t>(j);
+  return l;
+}
+
+// Increments from node `c` up to the root, following the parent links.
+void IncrementFrom(LzhufCodec& codec, int c) {
   do {
     const unsigned k = ++codec.freq[c];
-    int l = c + 1;
-    if (k > codec.freq[l]) {
-      while (k > codec.freq[++l]) {
-      }
-      --l;
-      codec.freq[c] = codec.freq[l];
-      codec.freq[l] = static_cast<uint16_t>(k);
-      const int i = codec.son[c];
-      codec.prnt[i] = static_cast<int16_t>(l);
-      if (i < kT) codec.prnt[i + 1] = static_cast<int16_t>(l);
-      const int j = codec.son[l];
-      codec.son[l] = static_cast<int16_t>(i);
-      codec.prnt[j] = static_cast<int16_t>(c);
-      if (j < kT) codec.prnt[j + 1] = static_cast<int16_t>(c);
-      codec.son[c] = static_cast<int16_t>(j);
-      c = l;
-    }
+    if (k > codec.freq[c + 1]) c = MoveUp(codec, c, k);
     c = codec.prnt[c];
   } while (c != 0);
+}
+
+}  // namespace
+
+void UpdateHuffman(LzhufCodec& codec, int c) {
+  if (codec.freq[kR] == kLzhufMaxFreq) RebuildHuffman(codec);
+  IncrementFrom(codec, codec.prnt[c + kT]);
+}
+
+void UpdateAlongPath(LzhufCodec& codec, int c, const int16_t* path, int depth) {
+  if (codec.freq[kR] == kLzhufMaxFreq) {
+    RebuildHuffman(codec);  // every position changes: the path no longer holds
+    IncrementFrom(codec, codec.prnt[c + kT]);
+    return;
+  }
+  for (int i = 0; i < depth; ++i) {
+    const int n = path[i];
+    const unsigned k = ++codec.freq[n];
+    if (k > codec.freq[n + 1]) {
+      const int moved = MoveUp(codec, n, k);
+      IncrementFrom(codec, codec.prnt[moved]);
+      return;
+    }
+  }
+  ++codec.freq[kR];  // the root never moves: the sentinel above it is 0xFFFF
 }
 
 }  // namespace tk::lzhuf_detail

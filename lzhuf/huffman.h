@@ -25,15 +25,23 @@ void RebuildHuffman(LzhufCodec& codec);
 // Counts one more occurrence of symbol `c`, moving nodes to keep the order.
 void UpdateHuffman(LzhufCodec& codec, int c);
 
+// No code word is longer than this: the tree keeps its weights ordered with
+// siblings side by side (a Huffman tree), so a leaf at depth d needs a root weight
+// of at least the Fibonacci number F(d + 2), and the root never exceeds 0x8000.
+constexpr int kMaxCodeLength = 24;
+
+// Room for the nodes of one path, with a wide margin over kMaxCodeLength.
+constexpr int kPathCapacity = 64;
+
 // The code word of symbol `c`: its bits from the root down, right-aligned in the
-// result, with the number of bits in `length`. The tree's depth stays far below 32
-// because weights never exceed 0x8000 (a leaf at depth d needs a root weight of at
-// least the Fibonacci number F(d + 2)).
-inline uint32_t SymbolCode(const LzhufCodec& codec, int c, int& length) {
+// result, with the number of bits in `length`. The positions of the nodes passed,
+// leaf first and root excluded, go to `path`.
+inline uint32_t SymbolCode(const LzhufCodec& codec, int c, int& length, int16_t* path) {
   uint32_t code = 0;
   int bits = 0;
   int k = codec.prnt[c + kT];
   do {
+    path[bits] = static_cast<int16_t>(k);
     code |= static_cast<uint32_t>(k & 1) << bits;
     ++bits;
     k = codec.prnt[k];
@@ -41,6 +49,12 @@ inline uint32_t SymbolCode(const LzhufCodec& codec, int c, int& length) {
   length = bits;
   return code;
 }
+
+// UpdateHuffman for symbol `c` whose path from the leaf (`path[0]`) up to the
+// root's child (`path[depth - 1]`) is known. While no node moves, the path is
+// followed without reading parent links, so the increments do not wait on one
+// another.
+void UpdateAlongPath(LzhufCodec& codec, int c, const int16_t* path, int depth);
 
 }  // namespace tk::lzhuf_detail
 

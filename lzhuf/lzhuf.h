@@ -52,7 +52,7 @@ constexpr int kLzhufRoot = kLzhufTreeNodes - 1;                         // R 526
 constexpr unsigned kLzhufMaxFreq = 0x8000;  // root frequency that forces a rebuild
 
 // Size of the blocks in which the front ends read and write.
-constexpr size_t kLzhufIoBlockSize = 32768;
+constexpr size_t kLzhufIoBlockSize = 16384;
 
 // ---- State ---------------------------------------------------------------------
 
@@ -85,7 +85,9 @@ struct LzhufCodec {
   int16_t son[kLzhufTreeNodes];         // child of a node; T + c is the leaf of c
   int16_t prnt[kLzhufTreeNodes + kLzhufSymbols];  // parent; entry T + c: leaf of c
   uint8_t inBlock[kLzhufIoBlockSize];   // staging of the bytes read
-  uint8_t outBlock[kLzhufIoBlockSize];  // staging of the bytes to write
+  // Staging of the bytes to write. The decoder keeps its last 4096 bytes of output
+  // in front of the block as the dictionary, and may write 16 bytes past it.
+  uint8_t outBlock[kLzhufRingSize + kLzhufIoBlockSize + 16];
 };
 
 // ---- Streams of the memory front end -------------------------------------------

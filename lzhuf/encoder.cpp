@@ -1,0 +1,96 @@
+// The encoding half of the engine: LZSS parsing over the search trees, symbols
+// through the adaptive Huffman code, distances through the position code.
+#include <cstring>
+
+#include "lzhuf/engine.h"
+#include "lzhuf/huffman.h"
+#include "lzhuf/match_tree.h"
+#include "lzhuf/position_code.h"
+
+namespace tk::lzhuf_detail {
+
+namespace {
+
+constexpr int kMask = kN - 1;
+
+// Spaces before the start position; zeros from there on, so that the bytes that
+// short inputs never reach compare the same in every run.
+void FillRing(LzhufCodec& codec) {
+  std::memset(codec.ring, kRingFill, kStart);
+  std::memset(codec.ring + kStart, 0, sizeof(codec.ring) - kStart);
+}
+
+void EncodeSymbol(LzhufCodec& codec, BitWriter& out, int c) {
+  int16_t path[kPathCapacity];
+  int length = 0;
+  const uint32_t code = SymbolCode(codec, c, length, path);
+  out.Put(code, length);
+  codec.lastCode = static_cast<uint16_t>(code);
+  codec.lastCodeLength = static_cast<uint16_t>(length);
+  UpdateAlongPath(codec, c, path, length);
+}
+
+void EncodePosition(BitWriter& out, int distance) {
+  const int group = distance >> kPositionLowBits;
+  const int length = kPositionTables.prefixLength[group];
+  const uint32_t prefix = kPositionTables.prefix[group] >> (8 - length);
+  const uint32_t low = static_cast<uint32_t>(distance) & ((1u << kPositionLowBits) - 1);
+  out.Put((prefix << kPositionLowBits) | low, length + kPositionLowBits);
+}
+
+// Sends the symbol at `r`: the match found by the last insertion when it is
+// longer than 2 bytes (cut to the `available` bytes), else a literal. Returns the
+// number of bytes it covers.
+int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, int available) {
+  int length = codec.matchLength;
+  if (length > available) length = available;
+  if (length <= kLzhufThreshold) {
+    EncodeSymbol(codec, out, codec.ring[r]);
+    return 1;
+  }
+  EncodeSymbol(codec, out, length + kMatchSymbolBase);
+  EncodePosition(out, codec.matchPosition);
+  return length;
+}
+
+// After a full match against node q, the next position is likely to match q + 1.
+inline int NextHint(int replaced) { return replaced == kNil ? kNil : (replaced + 1) & kMask; }
+
+}  // namespace
+
+int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
+  StartHuffman(codec);
+  InitTrees(codec);
+  FillRing(codec);
+  ByteReader in(source, codec.inBlock);
+  int r = kStart;
+  int s = 0;
+  int len = 0;
+  for (int c; len < kF && (c = in.Next()) >= 0; ++len) codec.ring[r + len] = static_cast<uint8_t>(c);
+  codec.textSize = static_cast<uint64_t>(len);
+  for (int i = 1; i <= kF; ++i) InsertNode(codec, r - i, kNil);
+  int replaced = InsertNode(codec, r, kNil);
+  do {
+    const int covered = EncodeStep(codec, out, r, len);
+    if (out.failed()) return kLzhufWriteFailed;
+    int i = 0;
+    for (int c; i < covered && (c = in.Next()) >= 0; ++i) {
+      DeleteNode(codec, s);
+      codec.ring[s] = static_cast<uint8_t>(c);
+      if (s < kF - 1) codec.ring[s + kN] = static_cast<uint8_t>(c);
+      s = (s + 1) & kMask;
+      r = (r + 1) & kMask;
+      replaced = InsertNode(codec, r, NextHint(replaced));
+    }
+    codec.textSize += static_cast<uint64_t>(i);
+    for (; i < covered; ++i) {
+      DeleteNode(codec, s);
+      s = (s + 1) & kMask;
+      r = (r + 1) & kMask;
+      if (--len != 0) replaced = InsertNode(codec, r, NextHint(replaced));
+    }
+  } while (len > 0);
+  return kLzhufOk;
+}
+
+}  // namespace tk::lzhuf_detail

@@ -1,0 +1,34 @@
+// The two halves of the coding engine (internal to lzhuf/), called by the public
+// entry points in lzhuf.cpp once the header is dealt with. Not thread-safe: they
+// work on the caller's LzhufCodec.
+#ifndef TAVIK_LZHUF_ENGINE_H_
+#define TAVIK_LZHUF_ENGINE_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "lzhuf/bit_io.h"
+#include "lzhuf/lzhuf.h"
+
+namespace tk::lzhuf_detail {
+
+constexpr int kN = kLzhufRingSize;
+constexpr int kF = kLzhufLookahead;
+constexpr int kNil = kLzhufNil;
+constexpr int kStart = kN - kF;  // ring position of the first input byte
+constexpr int kMatchSymbolBase = 256 - kLzhufThreshold - 1;  // length L is symbol L + 253
+constexpr uint8_t kRingFill = ' ';
+
+// Codes everything `source` yields after the header, which `out` already holds.
+// Returns kLzhufOk, or kLzhufWriteFailed as soon as a write has failed.
+int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out);
+
+// Decodes symbols until `size` bytes are out, or `limit` (when not 0) is reached,
+// from `source`, whose first `got` bytes, header included, sit in codec.inBlock.
+// Returns kLzhufOk or kLzhufWriteFailed (after a failed write or flush).
+int DecodeBody(LzhufCodec& codec, LzhufSource& source, size_t got, LzhufSink& sink,
+               uint64_t size, uint64_t limit);
+
+}  // namespace tk::lzhuf_detail
+
+#endif  // TAVIK_LZHUF_ENGINE_H_
