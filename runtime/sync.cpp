@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-namespace tk {
+using namespace tk;
 
 namespace {
 
@@ -29,8 +29,8 @@ int TkMutex::Lock() { return pthread_mutex_lock(&mutex_); }
 
 int TkMutex::Unlock() { return pthread_mutex_unlock(&mutex_); }
 
-TkMutex gSignalMutex;
-TkMutex gTempNameMutex;
+TkMutex tk::gSignalMutex;
+TkMutex tk::gTempNameMutex;
 
 // ---- TkEvent ----
 
@@ -70,7 +70,7 @@ bool TkEvent::IsSet() {
   return signalled;
 }
 
-timespec EventDeadline(const timeval& now, int32_t timeoutMs) {
+timespec tk::EventDeadline(const timeval& now, int32_t timeoutMs) {
   timespec deadline;
   deadline.tv_sec = now.tv_sec + timeoutMs / kMillisPerSecond;
   long micros = now.tv_usec + (timeoutMs % kMillisPerSecond) * kMicrosPerMilli;
@@ -154,4 +154,3 @@ int TkSemaphore::GetValue() {
   return value;
 }
 
-}  // namespace tk

@@ -11,7 +11,10 @@
 
 #include <cstdint>
 
-namespace tk {
+// The classes of the runtime live at global scope so that each is known by its plain
+// name at run time (typeid gives "7TkMutex", "6TkTask"); the tk namespace names them
+// through using-declarations.
+
 
 // A normal (non-recursive) mutex. Destruction unlocks it first, so a mutex held by
 // the destroying thread is destroyed cleanly.
@@ -91,11 +94,6 @@ class TkEvent {
   pthread_cond_t condition_;
 };
 
-// The absolute deadline of a timed Wait: `now` plus `timeoutMs` (positive).
-// Nanoseconds strictly greater than one second are carried into the seconds; exactly
-// one second is left as it is, and the timed wait then reports an error.
-timespec EventDeadline(const timeval& now, int32_t timeoutMs);
-
 // A counting semaphore private to the process.
 class TkSemaphore {
  public:
@@ -139,6 +137,19 @@ class TkObject {
   TkMutex objectLock_;
   bool flag_ = false;
 };
+
+namespace tk {
+
+using ::TkEvent;
+using ::TkLockGuard;
+using ::TkMutex;
+using ::TkObject;
+using ::TkSemaphore;
+
+// The absolute deadline of a timed Wait: `now` plus `timeoutMs` (positive).
+// Nanoseconds strictly greater than one second are carried into the seconds; exactly
+// one second is left as it is, and the timed wait then reports an error.
+timespec EventDeadline(const timeval& now, int32_t timeoutMs);
 
 // Process-wide mutexes, created by static initialisation before main runs.
 // gSignalMutex serialises installing and re-arming the fatal-signal handler;

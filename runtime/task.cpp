@@ -7,7 +7,7 @@
 #include <exception>
 #include <initializer_list>
 
-namespace tk {
+using namespace tk;
 
 namespace {
 
@@ -275,4 +275,3 @@ int32_t TkMsg::ElapsedMilliseconds() const {
   return static_cast<int32_t>(scaled / kClockTicksPerSecond);
 }
 
-}  // namespace tk

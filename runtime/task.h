@@ -39,6 +39,8 @@ inline constexpr const char* kSignalEndReport = "Uncatched exception (signal occ
 // The report of an exception from Run that is not a std::exception.
 inline constexpr const char* kUnknownExceptionReport = "Unknown";
 
+}  // namespace tk
+
 class TkTask : public TkObject {
  public:
   TkTask() = default;
@@ -132,7 +134,5 @@ class TkMsg : public TkObject {
   int32_t timeout_;
   uint32_t code_;
 };
-
-}  // namespace tk
 
 #endif  // TAVIK_RUNTIME_TASK_H_

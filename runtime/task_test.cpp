@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <typeinfo>
 #include <vector>
 
 #include "runtime/signals.h"
@@ -453,6 +454,15 @@ TEST(TkMsg, DisabledTimingMeasuresNothing) {
   EXPECT_FALSE(message.IsTimedOut());
   message.StopTimer();
   EXPECT_EQ(0, message.ElapsedMilliseconds());
+}
+
+TEST(RuntimeTypes, ClassesAreKnownByTheirPlainNames) {
+  EXPECT_STREQ(typeid(TkObject).name(), "8TkObject");
+  EXPECT_STREQ(typeid(TkMutex).name(), "7TkMutex");
+  EXPECT_STREQ(typeid(TkEvent).name(), "7TkEvent");
+  EXPECT_STREQ(typeid(TkSemaphore).name(), "11TkSemaphore");
+  EXPECT_STREQ(typeid(TkMsg).name(), "5TkMsg");
+  EXPECT_STREQ(typeid(TkTask).name(), "6TkTask");
 }
 
 }  // namespace
