@@ -126,8 +126,16 @@ void BM_Install(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * gCorpus.bytes));
 }
 
-BENCHMARK(BM_DecodeOnly)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
-BENCHMARK(BM_Install)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(3)->ReportAggregatesOnly(true);
+BENCHMARK(BM_DecodeOnly)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Repetitions(3)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_Install)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Repetitions(3)
+    ->ReportAggregatesOnly(true);
 
 // Console output as usual, plus the medians kept for the summary line.
 class MedianReporter : public benchmark::ConsoleReporter {

@@ -218,13 +218,13 @@ bool DescriptionBuilder::QueueCopyFile(const std::string& argument, bool perl) {
 
 bool DescriptionBuilder::FlushSection() {
   const Queues& q = queues_;
-  const bool flushed = FlushRemoveDirs(q.removeDir, false) && FlushRemoveDirs(q.removeDirTree, true) &&
-                       FlushActions(q.removeFile, &PackageRecordWriter::WriteRemoveFile) &&
-                       FlushCopyFiles(q.copyFile, perl_) && FlushCopyFiles(q.copyPerlFile, true) &&
-                       FlushCopyDirs(q.copyDir, false) && FlushCopyDirs(q.copyDirTree, true) &&
-                       FlushActions(q.exec, &PackageRecordWriter::WriteExec) &&
-                       FlushActions(q.textFile, &PackageRecordWriter::WriteTextFile) &&
-                       FlushTextDirs(q.textDir);
+  const bool flushed =
+      FlushRemoveDirs(q.removeDir, false) && FlushRemoveDirs(q.removeDirTree, true) &&
+      FlushActions(q.removeFile, &PackageRecordWriter::WriteRemoveFile) &&
+      FlushCopyFiles(q.copyFile, perl_) && FlushCopyFiles(q.copyPerlFile, true) &&
+      FlushCopyDirs(q.copyDir, false) && FlushCopyDirs(q.copyDirTree, true) &&
+      FlushActions(q.exec, &PackageRecordWriter::WriteExec) &&
+      FlushActions(q.textFile, &PackageRecordWriter::WriteTextFile) && FlushTextDirs(q.textDir);
   queues_ = Queues();
   return flushed;
 }

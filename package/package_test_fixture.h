@@ -20,13 +20,18 @@
 
 namespace tk {
 
+// Relative path -> "dir", or the file's mode bits (decimal) + ":" + its bytes.
+using Tree = std::map<std::string, std::string>;
+
 class PackageTest : public ::testing::Test {
  protected:
+  static constexpr const char* kMagic = "TAVIK PACKAGE FILE\n1\n";
+
   void SetUp() override {
     char pattern[] = "/tmp/tk_package_test.XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     root_ = pattern;
-    umask(022);  // file modes in the expectations assume it
+    umask(022);  // the modes in the expectations assume it
   }
   void TearDown() override { std::filesystem::remove_all(root_); }
 
@@ -40,50 +45,47 @@ class PackageTest : public ::testing::Test {
   }
 
   static std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream bytes;
-    bytes << in.rdbuf();
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
     return bytes.str();
   }
 
-  // Compresses the plain record stream `records` into root/name and returns its path.
-  std::string WriteStream(const std::string& records, const std::string& name = "test.pkg") {
+  // Compresses the plain record stream `records` into root/test.pkg; returns its path.
+  std::string WriteStream(const std::string& records) {
     WriteFile("plain.stream", records);
-    const std::string package = Path(name);
     auto codec = std::make_unique<LzhufCodec>();
-    EXPECT_EQ(LzhufEncodeFile(*codec, Path("plain.stream").c_str(), package.c_str()), 0);
+    EXPECT_EQ(LzhufEncodeFile(*codec, Path("plain.stream").c_str(), Path("test.pkg").c_str()), 0);
     std::filesystem::remove(Path("plain.stream"));
-    return package;
+    return Path("test.pkg");
   }
 
   // The plain record stream inside a package.
   std::string Decompress(const std::string& package) {
-    const std::string plain = Path("decoded.stream");
     auto codec = std::make_unique<LzhufCodec>();
-    EXPECT_EQ(LzhufDecodeFile(*codec, package.c_str(), plain.c_str(), 0), 0);
-    std::string bytes = ReadFile(plain);
-    std::filesystem::remove(plain);
+    EXPECT_EQ(LzhufDecodeFile(*codec, package.c_str(), Path("decoded").c_str(), 0), 0);
+    std::string bytes = ReadFile(Path("decoded"));
+    std::filesystem::remove(Path("decoded"));
     return bytes;
   }
 
-  // Cuts the file at `path` to its first `size` bytes.
-  static void Truncate(const std::string& path, std::uintmax_t size) {
-    std::filesystem::resize_file(path, size);
+  // Everything `write` writes to a fresh stream.
+  template <typename Write>
+  std::string Capture(Write write) {
+    FILE* out = std::fopen(Path("capture.stream").c_str(), "wb");
+    write(out);
+    std::fclose(out);
+    return ReadFile(Path("capture.stream"));
   }
 
-  // Every path below `directory` (relative, "/"-separated) with "dir" for directories and
-  // the mode bits and bytes for files, so that two trees compare in one assertion.
-  static std::map<std::string, std::string> Snapshot(const std::string& directory) {
-    std::map<std::string, std::string> tree;
+  static Tree Snapshot(const std::string& directory) {
+    Tree tree;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
       const std::string relative = std::filesystem::relative(entry.path(), directory).string();
-      if (entry.is_directory()) {
-        tree[relative] = "dir";
-        continue;
-      }
       struct stat info {};
       stat(entry.path().c_str(), &info);
-      tree[relative] = std::to_string(info.st_mode & 0777) + ":" + ReadFile(entry.path());
+      tree[relative] = entry.is_directory() ? "dir"
+                                            : std::to_string(info.st_mode & 0777) + ":" +
+                                                  ReadFile(entry.path());
     }
     return tree;
   }
@@ -92,21 +94,10 @@ class PackageTest : public ::testing::Test {
   int TempFilesLeft() const {
     int count = 0;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root_)) {
-      if (entry.path().string().ends_with(".tk_temp")) ++count;
+      count += entry.path().string().ends_with(".tk_temp") ? 1 : 0;
     }
     return count;
   }
-
-  // Everything written to a temporary stream by `write`, read back.
-  template <typename Write>
-  std::string Capture(Write write) {
-    FILE* out = std::fopen(Path("capture.stream").c_str(), "w+b");
-    write(out);
-    std::fclose(out);
-    return ReadFile(Path("capture.stream"));
-  }
-
-  static constexpr const char* kMagic = "TAVIK PACKAGE FILE\n1\n";
 
   std::string root_;
   TkPackage package_;

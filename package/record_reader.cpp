@@ -187,11 +187,13 @@ bool PackageRecordReader::ReadFileKeys(PackageRecord& record) {
   // A size beyond the largest offset would wrap into a seek backwards, which could bring
   // the same record round again and again: it counts as a seek that failed.
   const auto room = static_cast<uint64_t>(INT64_MAX - record.contentOffset);
-  if (record.size > room || SeekFile(stream_, static_cast<int64_t>(record.size), SEEK_CUR) != 0) {
+  if (record.size > room ||
+      SeekFile(stream_, static_cast<int64_t>(record.size), SEEK_CUR) != 0) {
     record.problem = "cannot seek past the content";
     return false;
   }
-  const int64_t remaining = streamSize_ > record.contentOffset ? streamSize_ - record.contentOffset : 0;
+  const int64_t remaining =
+      streamSize_ > record.contentOffset ? streamSize_ - record.contentOffset : 0;
   record.available = static_cast<uint64_t>(remaining) < record.size
                          ? remaining
                          : static_cast<int64_t>(record.size);
