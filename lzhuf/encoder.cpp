@@ -38,10 +38,12 @@ void EncodePosition(BitWriter& out, int distance) {
   out.Put((prefix << kPositionLowBits) | low, length + kPositionLowBits);
 }
 
-// Sends the symbol at `r`: the match found by the last insertion when it is
+// Sends the symbol at `r`: the match `best` found by the last insertion when it is
 // longer than 2 bytes (cut to the `available` bytes), else a literal. Returns the
 // number of bytes it covers.
-int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, int available) {
+int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, unsigned best, int available) {
+  codec.matchLength = static_cast<int16_t>(ScoreLength(best));
+  codec.matchPosition = static_cast<int16_t>(ScoreDistance(best));
   int length = codec.matchLength;
   if (length > available) length = available;
   if (length <= kLzhufThreshold) {
@@ -52,9 +54,6 @@ int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, int available) {
   EncodePosition(out, codec.matchPosition);
   return length;
 }
-
-// After a full match against node q, the next position is likely to match q + 1.
-inline int NextHint(int replaced) { return replaced == kNil ? kNil : (replaced + 1) & kMask; }
 
 }  // namespace
 
@@ -68,26 +67,36 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
   int len = 0;
   for (int c; len < kF && (c = in.Next()) >= 0; ++len) codec.ring[r + len] = static_cast<uint8_t>(c);
   codec.textSize = static_cast<uint64_t>(len);
-  for (int i = 1; i <= kF; ++i) InsertNode(codec, r - i, kNil);
-  int replaced = InsertNode(codec, r, kNil);
+  unsigned best = 0;
+  for (int i = 1; i <= kF; ++i) InsertNode(codec, r - i, KeyAt(codec.ring, r - i), kNil, best);
+  Key key = KeyAt(codec.ring, r);
+  int hint = InsertNode(codec, r, key, kNil, best);
   do {
-    const int covered = EncodeStep(codec, out, r, len);
+    const int covered = EncodeStep(codec, out, r, best, len);
     if (out.failed()) return kLzhufWriteFailed;
+    // Positions inside the symbol only need to enter the trees; the one after it
+    // needs its match too.
     int i = 0;
-    for (int c; i < covered && (c = in.Next()) >= 0; ++i) {
+    for (int c; i < covered && (c = in.Next()) >= 0;) {
       DeleteNode(codec, s);
       codec.ring[s] = static_cast<uint8_t>(c);
       if (s < kF - 1) codec.ring[s + kN] = static_cast<uint8_t>(c);
       s = (s + 1) & kMask;
       r = (r + 1) & kMask;
-      replaced = InsertNode(codec, r, NextHint(replaced));
+      key = NextKey(key, static_cast<unsigned>(c));
+      if (++i == covered) {
+        hint = InsertNode<true>(codec, r, key, hint, best);
+      } else {
+        hint = InsertNode<false>(codec, r, key, hint, best);
+      }
     }
     codec.textSize += static_cast<uint64_t>(i);
+    // After the input: the look-ahead shrinks, its tail holding older bytes.
     for (; i < covered; ++i) {
       DeleteNode(codec, s);
       s = (s + 1) & kMask;
       r = (r + 1) & kMask;
-      if (--len != 0) replaced = InsertNode(codec, r, NextHint(replaced));
+      if (--len != 0) hint = InsertNode(codec, r, KeyAt(codec.ring, r), hint, best);
     }
   } while (len > 0);
   return kLzhufOk;
