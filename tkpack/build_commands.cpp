@@ -45,8 +45,9 @@ int RunBuild(const CommandLine& line, ToolIo& io) {
   {
     ProgressDisplay display(io.err, io.errIsTerminal);
     const std::string stream = packagePath + kBuildTempSuffix;
-    FileProgressWatcher watcher(display, {{"writing records", stream, WatchedFile::Access::kWriting},
-                                          {"compressing", stream, WatchedFile::Access::kReading}});
+    FileProgressWatcher watcher(display,
+                                {{"writing records", stream, WatchedFile::Access::kWriting},
+                                 {"compressing", stream, WatchedFile::Access::kReading}});
     built = package.BuildPackage(description.c_str(), OrNull(base), packagePath.c_str());
   }
   if (!built) return ReportFailure(io, package.ErrorText());

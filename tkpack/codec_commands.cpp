@@ -78,8 +78,7 @@ int ReportCodecFailure(ToolIo& io, const char* verb, const CommandLine& line, in
 
 int ReportSizes(ToolIo& io, const CommandLine& line) {
   std::fprintf(io.out, "%s (%lld bytes) -> %s (%lld bytes)\n", line.operands[0].c_str(),
-               static_cast<long long>(FileSize(line.operands[0].c_str())),
-               line.operands[1].c_str(),
+               static_cast<long long>(FileSize(line.operands[0].c_str())), line.operands[1].c_str(),
                static_cast<long long>(FileSize(line.operands[1].c_str())));
   return kExitSuccess;
 }

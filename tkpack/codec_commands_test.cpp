@@ -56,9 +56,9 @@ TEST_F(TkpackCodec, FailuresCarryTheCodecResult) {
       {"decompress", "short", "no/out", "1: a file could not be opened: no/out"},
   };
   for (const std::vector<std::string>& c : cases) {
-    ExpectRun(Tkpack({c[0], c[1], c[2]}), kExitFailure, "",
-              "tkpack: cannot " + c[0] + " " + c[1] + " into " + c[2] + ": codec result " +
-                  c[3] + "\n");
+    ExpectRun(
+        Tkpack({c[0], c[1], c[2]}), kExitFailure, "",
+        "tkpack: cannot " + c[0] + " " + c[1] + " into " + c[2] + ": codec result " + c[3] + "\n");
   }
 }
 

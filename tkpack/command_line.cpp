@@ -22,8 +22,8 @@ bool LooksLikeOption(const std::string& word) { return word.size() > 1 && word[0
 
 // Takes the option at arguments[at] (and its value, which may be the next word);
 // `at` is left on the last word used.
-bool TakeOption(const CommandSpec& spec, const std::vector<std::string>& arguments,
-                std::size_t& at, CommandLine& line, std::string& error) {
+bool TakeOption(const CommandSpec& spec, const std::vector<std::string>& arguments, std::size_t& at,
+                CommandLine& line, std::string& error) {
   const std::string& word = arguments[at];
   const std::size_t equals = word.find('=');
   const std::string name = word.substr(0, equals);

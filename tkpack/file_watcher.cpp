@@ -54,8 +54,8 @@ bool SampleWatchedFile(const WatchedFile& file, int64_t& done, int64_t& total) {
   return true;
 }
 
-FileProgressWatcher::FileProgressWatcher(ProgressDisplay& display,
-                                         std::vector<WatchedFile> stages, OutputRelay* relay)
+FileProgressWatcher::FileProgressWatcher(ProgressDisplay& display, std::vector<WatchedFile> stages,
+                                         OutputRelay* relay)
     : display_(display), stages_(std::move(stages)), relay_(relay) {
   if (display_.enabled()) thread_ = std::thread([this] { Run(); });
 }

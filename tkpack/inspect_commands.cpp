@@ -51,8 +51,9 @@ int RunList(const CommandLine& line, ToolIo& io) {
         return ReportFailure(io, BadPackage(packagePath) + ": " + MalformedRecordProblem(record));
       case PackageRecordReader::Status::kEnd:
         if (longFormat) {
-          std::fprintf(io.out, "%s\n",
-                       SummaryLine(totals, reader.StreamSize(), FileSize(packagePath.c_str())).c_str());
+          std::fprintf(
+              io.out, "%s\n",
+              SummaryLine(totals, reader.StreamSize(), FileSize(packagePath.c_str())).c_str());
         }
         return kExitSuccess;
     }

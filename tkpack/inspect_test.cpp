@@ -40,7 +40,7 @@ TEST_F(TkpackInspect, LongListAddsSizesAndASummary) {
             "RemoveFile            -  Top/Sub/*.log\n"
             "RmDir                 -  Old  (with subdirectories)\n"
             "TextDir               -  Doc\n"
-            "Dir                   -  \n"
+            "Dir                   -  .\n"
             "Exec                  -  run.sh\n"
             "Other                 -  [CUSTOM]\n"
             "File                 10  cut  (only 3 bytes in the package)\n"
@@ -55,7 +55,8 @@ TEST_F(TkpackInspect, ListStopsAtTheFirstMalformedRecord) {
             "tkpack: Bad package file bad.pkg: record 2 at byte 39: [File] Bin/a: missing "
             "\"Size = \" line\n");
   WritePackage("magic.pkg", "TAVIK\n1\n");
-  ExpectRun(Tkpack({"list", "magic.pkg"}), kExitFailure, "", "tkpack: Bad package file magic.pkg\n");
+  ExpectRun(Tkpack({"list", "magic.pkg"}), kExitFailure, "",
+            "tkpack: Bad package file magic.pkg\n");
   EXPECT_EQ(Leftovers(), 0);
 }
 

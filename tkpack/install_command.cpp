@@ -26,8 +26,7 @@ std::string InstallTempPath(const std::string& packagePath, const std::string& d
   AddTrailingSlash(path);
   std::size_t cut = packagePath.rfind('/');
   if (cut == std::string::npos) cut = packagePath.rfind('\\');
-  return path + (cut == std::string::npos ? packagePath : packagePath.substr(cut + 1)) +
-         ".tk_temp";
+  return path + (cut == std::string::npos ? packagePath : packagePath.substr(cut + 1)) + ".tk_temp";
 }
 
 }  // namespace

@@ -10,9 +10,9 @@ using TkpackInstall = TkpackTest;
 TEST_F(TkpackInstall, InstallsWithOrWithoutTheEngineLines) {
   BuildSample();
   const std::map<std::string, std::string> tree = {
-      {"Bin", "dir"},          {"Bin/run.sh", "755:#!/bin/sh\necho hi\n"},
-      {"Bin/lib", "dir"},      {"Bin/lib/x.so", "644:XSO"},
-      {"Doc", "dir"},          {"Doc/readme.txt", "644:line1\nline2\n"}};
+      {"Bin", "dir"},     {"Bin/run.sh", "755:#!/bin/sh\necho hi\n"},
+      {"Bin/lib", "dir"}, {"Bin/lib/x.so", "644:XSO"},
+      {"Doc", "dir"},     {"Doc/readme.txt", "644:line1\nline2\n"}};
   ExpectRun(Tkpack({"install", "sample.pkg", "dest/"}), kExitSuccess,
             "\nInstalling package sample.pkg\nUncompressing package file\nVerifying package"
             "\nDirectory Bin\nDirectory Bin/lib\nDirectory Doc\n",

@@ -37,8 +37,8 @@ class OutputRelay {
   bool running() const { return saved_ >= 0; }
 
  private:
-  int saved_ = -1;     // the real standard output while the relay runs
-  int readEnd_ = -1;   // our end of the pipe
+  int saved_ = -1;    // the real standard output while the relay runs
+  int readEnd_ = -1;  // our end of the pipe
 };
 
 }  // namespace tk

@@ -33,13 +33,12 @@ std::string FormatBytes(double bytes) {
   return text;
 }
 
-std::string FormatProgress(const std::string& label, int64_t done, int64_t total,
-                           double seconds) {
+std::string FormatProgress(const std::string& label, int64_t done, int64_t total, double seconds) {
   std::string text = "  [" + label + " " + FormatBytes(static_cast<double>(done));
   if (total >= 0) {
     const int64_t percent = total > 0 ? std::min<int64_t>(done * 100 / total, 100) : 100;
-    text += " of " + FormatBytes(static_cast<double>(total)) + " (" +
-            std::to_string(percent) + "%)";
+    text +=
+        " of " + FormatBytes(static_cast<double>(total)) + " (" + std::to_string(percent) + "%)";
   }
   const double rate = static_cast<double>(done) / std::max(seconds, kShortestStage);
   return text + ", " + FormatBytes(rate) + "/s]";

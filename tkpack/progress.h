@@ -25,8 +25,7 @@ constexpr std::chrono::milliseconds kRedrawInterval{200};
 
 // "  [decoding 12.0 MiB of 40.0 MiB (30%), 5.1 MiB/s]"; a `total` below 0 is unknown
 // and leaves out the "of" part and the percentage. `seconds` is the stage's age.
-std::string FormatProgress(const std::string& label, int64_t done, int64_t total,
-                           double seconds);
+std::string FormatProgress(const std::string& label, int64_t done, int64_t total, double seconds);
 
 // "512 B", "3.5 KiB", "12.0 MiB", "2.3 GiB".
 std::string FormatBytes(double bytes);

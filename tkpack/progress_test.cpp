@@ -98,7 +98,8 @@ TEST_F(TkpackProgress, RelayedEngineLinesAndTheDisplayNeverOverwriteEachOther) {
   std::fclose(err);
   const std::string text = ReadFile("terminal");
   EXPECT_NE(text.find("Uncompressing package file  [reading 256.0 KiB of 1.0 MiB (25%), "),
-            std::string::npos) << text;
+            std::string::npos)
+      << text;
   EXPECT_EQ(Screen(text), "\nUncompressing package file\nDirectory Bin");
 }
 

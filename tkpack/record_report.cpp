@@ -51,7 +51,7 @@ std::string RecordKindText(const PackageRecord& record) {
 
 std::string RecordTarget(const PackageRecord& record) {
   if (record.kind == RecordKind::kOther) return "[" + record.section + "]";
-  if (!ActsOnCurrentDirectory(record.kind)) return record.name;
+  if (!ActsOnCurrentDirectory(record.kind)) return record.name.empty() ? "." : record.name;
   std::string path = record.directory;
   AddTrailingSlash(path);  // as the installer joins them
   return path + record.name;
@@ -93,8 +93,8 @@ void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& p
     problems.push_back(Problem(record, "no name (empty \"Name = \" line)"));
   }
   if (record.kind != RecordKind::kOther && NameEscapesInstallation(record.name)) {
-    problems.push_back(Problem(record, "name \"" + record.name +
-                                           "\" would escape the installation directory"));
+    problems.push_back(
+        Problem(record, "name \"" + record.name + "\" would escape the installation directory"));
   }
   if (ActsOnCurrentDirectory(record.kind) && !record.afterDir) {
     problems.push_back(Problem(record,
@@ -109,7 +109,8 @@ void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& p
 }
 
 std::string MalformedRecordProblem(const PackageRecord& record) {
-  const bool nameMissing = record.name.empty() && record.problem.find(kNameKey) != std::string::npos;
+  const bool nameMissing =
+      record.name.empty() && record.problem.find(kNameKey) != std::string::npos;
   if (record.kind == RecordKind::kFile && nameMissing) {
     return Problem(record, "no name (" + record.problem + ")");
   }
@@ -117,8 +118,10 @@ std::string MalformedRecordProblem(const PackageRecord& record) {
 }
 
 std::string BadMagicProblem() {
-  return std::string("line 1 at byte 0: bad magic or version line (a package stream starts "
-                     "with \"") + kPackageMagic + "\" and a version line)";
+  return std::string(
+             "line 1 at byte 0: bad magic or version line (a package stream starts "
+             "with \"") +
+         kPackageMagic + "\" and a version line)";
 }
 
 VerifyReport VerifyRecordStream(PackageRecordReader& reader) {

@@ -20,9 +20,9 @@ namespace tk {
 std::string RecordKindText(const PackageRecord& record);
 
 // The path the record acts on, relative to the installation directory: the name for
-// Dir, RmDir and TextDir; "directory/name" for File, RemoveFile, Exec and TextFile
-// (just the name when the latest [Dir] is the installation directory itself or there
-// was none); "[SECTION]" for other sections.
+// Dir, RmDir and TextDir ("." for the installation directory itself); "directory/name"
+// for File, RemoveFile, Exec and TextFile (just the name when the latest [Dir] is the
+// installation directory itself or there was none); "[SECTION]" for other sections.
 std::string RecordTarget(const PackageRecord& record);
 
 // "record 3 at byte 57": the record's ordinal and the offset of its section line in

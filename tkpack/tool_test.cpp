@@ -41,14 +41,17 @@ TEST_F(TkpackTool, UsageErrorsExitWithTwoAndDoNothing) {
       {{"build", "d"}, "tkpack: build: missing operand (expected DESCRIPTION PACKAGE)\n" + build},
       {{"build", "d", "a", "b"}, "tkpack: build: unexpected operand 'b'\n" + build},
       {{"build", "d", "a", "--fast"}, "tkpack: build: unknown option '--fast'\n" + build},
-      {{"build", "d", "a", "--base"}, "tkpack: build: option '--base' needs a value (DIR)\n" + build},
-      {{"install", "a", "b", "--quiet=1"}, "tkpack: install: option '--quiet' takes no value\n"
-                                           "usage: tkpack install PACKAGE DESTDIR [--quiet]\n"},
+      {{"build", "d", "a", "--base"},
+       "tkpack: build: option '--base' needs a value (DIR)\n" + build},
+      {{"install", "a", "b", "--quiet=1"},
+       "tkpack: install: option '--quiet' takes no value\n"
+       "usage: tkpack install PACKAGE DESTDIR [--quiet]\n"},
       {{"decompress", "a", "b", "--limit", "12k"},
        "tkpack: decompress: option '--limit' wants a number of bytes, not '12k'\n" + decompress},
       {{"decompress", "a", "b", "--limit=99999999999999999999"},
        "tkpack: decompress: option '--limit' wants a number of bytes, not "
-       "'99999999999999999999'\n" + decompress},
+       "'99999999999999999999'\n" +
+           decompress},
   };
   for (const auto& [words, err] : cases) ExpectRun(Tkpack(words), kExitUsage, "", err);
   EXPECT_EQ(Snapshot("."), (std::map<std::string, std::string>{{"tmp", "dir"}}));

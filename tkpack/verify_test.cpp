@@ -46,24 +46,32 @@ TEST_F(TkpackVerify, FindsEachProblemOfHandMadePackages) {
   const Case cases[] = {
       {"TAVIK PACKAGE\n1\n" + dir, kBadMagic, 1},
       {"TAVIK PACKAGE FILE\n", kBadMagic, 0},
-      {m + dir + "[File]\n\n\n", "record 2 at byte 39: [File]: no name (missing \"Name = \" line)", 2},
+      {m + dir + "[File]\n\n\n", "record 2 at byte 39: [File]: no name (missing \"Name = \" line)",
+       2},
       {m + dir + "[File]\nName = \nSize = 0\n\n\n",
        "record 2 at byte 39: [File]: no name (empty \"Name = \" line)", 2},
       {m + dir + "[File]\nName = a\n[Exec]\nName = a\n\n\n",
        "record 2 at byte 39: [File] Bin/a: missing \"Size = \" line", 3},
-      {m + dir + "[File]\nName = a", "record 2 at byte 39: [File] Bin/a: stream ends before the "
-                                     "\"Size = \" line", 2},
-      {m + "[RmDir]\nName = Old\n\n", "record 1 at byte 21: [RmDir] Old: missing \"Withsubdir = \" line", 1},
+      {m + dir + "[File]\nName = a",
+       "record 2 at byte 39: [File] Bin/a: stream ends before the "
+       "\"Size = \" line",
+       2},
+      {m + "[RmDir]\nName = Old\n\n",
+       "record 1 at byte 21: [RmDir] Old: missing \"Withsubdir = \" line", 1},
       {m + dir + "[File]\nName = a\nSize = 100\nshort",
        "record 2 at byte 39: [File] Bin/a: content cut short: Size = 100 but the stream holds 5 "
-       "bytes", 2},
-      {m + "[Dir]\nName = /etc\n\n", std::string("record 1 at byte 21: [Dir] /etc: name \"/etc") + kEscapes, 1},
+       "bytes",
+       2},
+      {m + "[Dir]\nName = /etc\n\n",
+       std::string("record 1 at byte 21: [Dir] /etc: name \"/etc") + kEscapes, 1},
       {m + "[Dir]\nName = a\\..\\b\n\n",
        std::string("record 1 at byte 21: [Dir] a/../b: name \"a/../b") + kEscapes, 1},
       {m + dir + "[Exec]\nName = ../x\n\n\n",
        std::string("record 2 at byte 39: [Exec] Bin/../x: name \"../x") + kEscapes, 2},
-      {m + "[TextFile]\nName = a\n\n\n", std::string("record 1 at byte 21: [TextFile] a") + kBeforeDir, 1},
-      {m + "[RemoveFile]\nName = *\n\n\n", std::string("record 1 at byte 21: [RemoveFile] *") + kBeforeDir, 1},
+      {m + "[TextFile]\nName = a\n\n\n",
+       std::string("record 1 at byte 21: [TextFile] a") + kBeforeDir, 1},
+      {m + "[RemoveFile]\nName = *\n\n\n",
+       std::string("record 1 at byte 21: [RemoveFile] *") + kBeforeDir, 1},
   };
   for (const Case& c : cases) {
     WritePackage("bad.pkg", c.records);
@@ -77,8 +85,9 @@ TEST_F(TkpackVerify, FindsEachProblemOfHandMadePackages) {
 }
 
 TEST_F(TkpackVerify, WalksOnPastEveryProblem) {
-  WritePackage("bad.pkg", "TAVIK\n1\n[File]\nName = /abs\nSize = 1\nx\n\n[Dir]\nName = Bin\n\n"
-                          "[File]\n\n\n[File]\nName = ok\nSize = 1\nx\n\n[File]\nName = ../up\nSize = 9\nx");
+  WritePackage("bad.pkg",
+               "TAVIK\n1\n[File]\nName = /abs\nSize = 1\nx\n\n[Dir]\nName = Bin\n\n"
+               "[File]\n\n\n[File]\nName = ok\nSize = 1\nx\n\n[File]\nName = ../up\nSize = 9\nx");
   ExpectRun(Tkpack({"verify", "bad.pkg"}), kExitFailure,
             std::string("bad.pkg: ") + kBadMagic + "\n" +
                 "bad.pkg: record 1 at byte 8: [File] /abs: name \"/abs" + kEscapes + "\n" +
