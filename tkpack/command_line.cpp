@@ -11,8 +11,8 @@ constexpr const char* kEndOfOptions = "--";
 // Column where the option texts of a help page start.
 constexpr std::size_t kOptionColumn = 18;
 
-const OptionSpec* FindOption(const CommandSpec& spec, const std::string& name) {
-  for (const OptionSpec& option : spec.options) {
+const OptionSyntax* FindOption(const CommandSyntax& syntax, const std::string& name) {
+  for (const OptionSyntax& option : syntax.options) {
     if (name == option.name) return &option;
   }
   return nullptr;
@@ -22,17 +22,17 @@ bool LooksLikeOption(const std::string& word) { return word.size() > 1 && word[0
 
 // Takes the option at arguments[at] (and its value, which may be the next word);
 // `at` is left on the last word used.
-bool TakeOption(const CommandSpec& spec, const std::vector<std::string>& arguments, std::size_t& at,
-                CommandLine& line, std::string& error) {
+bool TakeOption(const CommandSyntax& syntax, const std::vector<std::string>& arguments,
+                std::size_t& at, CommandLine& line, std::string& error) {
   const std::string& word = arguments[at];
   const std::size_t equals = word.find('=');
   const std::string name = word.substr(0, equals);
-  const OptionSpec* option = FindOption(spec, name);
+  const OptionSyntax* option = FindOption(syntax, name);
   if (option == nullptr) {
     error = "unknown option '" + name + "'";
     return false;
   }
-  if (option->value == OptionSpec::Value::kNone) {
+  if (option->value == OptionSyntax::Value::kNone) {
     if (equals != std::string::npos) {
       error = "option '" + name + "' takes no value";
       return false;
@@ -46,7 +46,7 @@ bool TakeOption(const CommandSpec& spec, const std::vector<std::string>& argumen
   }
   const std::string value = equals != std::string::npos ? word.substr(equals + 1) : arguments[++at];
   uint64_t count = 0;
-  if (option->value == OptionSpec::Value::kByteCount && !ParseByteCount(value, count)) {
+  if (option->value == OptionSyntax::Value::kByteCount && !ParseByteCount(value, count)) {
     error = "option '" + name + "' wants a number of bytes, not '" + value + "'";
     return false;
   }
@@ -76,7 +76,7 @@ std::string CommandLine::Value(const char* option, const std::string& fallback) 
   return found != options.end() ? found->second : fallback;
 }
 
-ParseResult ParseCommandLine(const CommandSpec& spec, const std::vector<std::string>& arguments,
+ParseResult ParseCommandLine(const CommandSyntax& syntax, const std::vector<std::string>& arguments,
                              CommandLine& line, std::string& error) {
   line = CommandLine();
   if (HelpRequested(arguments)) return ParseResult::kHelp;
@@ -86,39 +86,39 @@ ParseResult ParseCommandLine(const CommandSpec& spec, const std::vector<std::str
     if (!optionsEnded && word == kEndOfOptions) {
       optionsEnded = true;
     } else if (!optionsEnded && LooksLikeOption(word)) {
-      if (!TakeOption(spec, arguments, at, line, error)) return ParseResult::kUsageError;
+      if (!TakeOption(syntax, arguments, at, line, error)) return ParseResult::kUsageError;
     } else {
       line.operands.push_back(word);
     }
   }
   const int count = static_cast<int>(line.operands.size());
-  if (count < spec.operandCount) {
-    error = "missing operand (expected " + std::string(spec.operands) + ")";
+  if (count < syntax.operandCount) {
+    error = "missing operand (expected " + std::string(syntax.operands) + ")";
     return ParseResult::kUsageError;
   }
-  if (count > spec.operandCount) {
-    error = "unexpected operand '" + line.operands[spec.operandCount] + "'";
+  if (count > syntax.operandCount) {
+    error = "unexpected operand '" + line.operands[syntax.operandCount] + "'";
     return ParseResult::kUsageError;
   }
   return ParseResult::kOk;
 }
 
-std::string UsageLine(const CommandSpec& spec) {
-  std::string usage = std::string("usage: tkpack ") + spec.name + " " + spec.operands;
-  for (const OptionSpec& option : spec.options) {
+std::string UsageLine(const CommandSyntax& syntax) {
+  std::string usage = std::string("usage: tkpack ") + syntax.name + " " + syntax.operands;
+  for (const OptionSyntax& option : syntax.options) {
     usage += std::string(" [") + option.name;
-    if (option.value != OptionSpec::Value::kNone) usage += std::string(" ") + option.valueName;
+    if (option.value != OptionSyntax::Value::kNone) usage += std::string(" ") + option.valueName;
     usage += "]";
   }
   return usage;
 }
 
-std::string CommandHelp(const CommandSpec& spec) {
-  std::string help = UsageLine(spec) + "\n\n" + spec.description + "\n";
+std::string CommandHelp(const CommandSyntax& syntax) {
+  std::string help = UsageLine(syntax) + "\n\n" + syntax.description + "\n";
   help += "\nOptions:\n";
-  for (const OptionSpec& option : spec.options) {
+  for (const OptionSyntax& option : syntax.options) {
     std::string left = option.name;
-    if (option.value != OptionSpec::Value::kNone) left += std::string(" ") + option.valueName;
+    if (option.value != OptionSyntax::Value::kNone) left += std::string(" ") + option.valueName;
     help += OptionHelpLine(left, option.help);
   }
   return help + OptionHelpLine(kHelpOption, "show this text");

@@ -14,7 +14,7 @@
 
 namespace tk {
 
-struct OptionSpec {
+struct OptionSyntax {
   enum class Value { kNone, kText, kByteCount };  // kByteCount: see ParseByteCount
 
   const char* name;       // with its dashes: "--base"
@@ -24,13 +24,13 @@ struct OptionSpec {
 };
 
 // What a command accepts and how it describes itself.
-struct CommandSpec {
+struct CommandSyntax {
   const char* name;         // "build"
   const char* operands;     // "DESCRIPTION PACKAGE"
   int operandCount;         // exactly this many operands are required
   const char* summary;      // one line in the list of commands
   const char* description;  // the body of the command's help text
-  std::vector<OptionSpec> options;
+  std::vector<OptionSyntax> options;
 };
 
 // A parsed command line: the operands in order, and the options seen (a flag maps to
@@ -46,17 +46,17 @@ struct CommandLine {
 
 enum class ParseResult { kOk, kHelp, kUsageError };
 
-// Parses `arguments` (the words after the command name) against `spec`. kHelp when
+// Parses `arguments` (the words after the command name) against `syntax`. kHelp when
 // "--help" stands among the options; kUsageError with `error` saying what is wrong
 // (an unknown option, a missing or malformed value, a wrong number of operands).
-ParseResult ParseCommandLine(const CommandSpec& spec, const std::vector<std::string>& arguments,
+ParseResult ParseCommandLine(const CommandSyntax& syntax, const std::vector<std::string>& arguments,
                              CommandLine& line, std::string& error);
 
 // "usage: tkpack build DESCRIPTION PACKAGE [--base DIR]"
-std::string UsageLine(const CommandSpec& spec);
+std::string UsageLine(const CommandSyntax& syntax);
 
 // The text of "tkpack COMMAND --help": usage, description, options; ends with a LF.
-std::string CommandHelp(const CommandSpec& spec);
+std::string CommandHelp(const CommandSyntax& syntax);
 
 // Parses a whole decimal number of bytes ("0" to 2^64 - 1, digits only). False for
 // anything else, `value` then unchanged.

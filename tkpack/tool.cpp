@@ -13,14 +13,17 @@ namespace tk {
 
 namespace {
 
-using Value = OptionSpec::Value;
+using Value = OptionSyntax::Value;
+
+// Column where the summaries of the command list start.
+constexpr std::size_t kSummaryColumn = 14;
 
 struct Command {
-  CommandSpec spec;
+  CommandSyntax syntax;
   int (*run)(const CommandLine& line, ToolIo& io);
 };
 
-const OptionSpec kBaseOption = {"--base", Value::kText, "DIR",
+const OptionSyntax kBaseOption = {"--base", Value::kText, "DIR",
                                 "resolve sources against DIR (default: the description's "
                                 "directory)"};
 
@@ -64,7 +67,7 @@ const std::vector<Command>& Commands() {
 
 const Command* FindCommand(const std::string& name) {
   for (const Command& command : Commands()) {
-    if (name == command.spec.name) return &command;
+    if (name == command.syntax.name) return &command;
   }
   return nullptr;
 }
@@ -79,9 +82,9 @@ std::string ToolHelp() {
                      "\nBuilds, checks, installs, lists and verifies TAVIK package files.\n"
                      "\nCommands:\n";
   for (const Command& command : Commands()) {
-    std::string name = std::string("  ") + command.spec.name;
-    name.resize(14, ' ');
-    help += name + command.spec.summary + "\n";
+    std::string name = std::string("  ") + command.syntax.name;
+    name.resize(kSummaryColumn, ' ');
+    help += name + command.syntax.summary + "\n";
   }
   return help +
          "\nRun 'tkpack COMMAND --help' for the arguments of a command.\n"
@@ -96,13 +99,13 @@ int UsageError(const std::string& message, const std::string& usage) {
 int RunCommand(const Command& command, const std::vector<std::string>& arguments) {
   CommandLine line;
   std::string error;
-  switch (ParseCommandLine(command.spec, arguments, line, error)) {
+  switch (ParseCommandLine(command.syntax, arguments, line, error)) {
     case ParseResult::kHelp:
-      std::fputs(CommandHelp(command.spec).c_str(), stdout);
+      std::fputs(CommandHelp(command.syntax).c_str(), stdout);
       return kExitSuccess;
     case ParseResult::kUsageError:
-      return UsageError(std::string(command.spec.name) + ": " + error,
-                        UsageLine(command.spec) + "\n");
+      return UsageError(std::string(command.syntax.name) + ": " + error,
+                        UsageLine(command.syntax) + "\n");
     case ParseResult::kOk:
       break;
   }
