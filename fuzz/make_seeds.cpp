@@ -2,9 +2,7 @@
 // with the builder, the encoder and the decoder, so the corpus follows the formats as
 // the code writes them.
 //
-//   fuzz_seeds OUTDIR                          writes OUTDIR/TARGET/NAME for every target
-//   fuzz_seeds package DESCRIPTION BASE PKG    builds one package file (a stand-in for
-//                                              `tkpack build` where that is not at hand)
+//   fuzz_seeds OUTDIR     writes OUTDIR/TARGET/NAME for every target
 //
 // Exits 0 on success, 1 with a message on standard error otherwise.
 #include <cstdint>
@@ -64,20 +62,16 @@ bool Fail(const std::string& message) {
   return false;
 }
 
-bool BuildPackage(const std::string& description, const std::string& base,
-                  const std::string& package) {
-  tk::TkPackage builder;
-  if (builder.BuildPackage(description.c_str(), base.c_str(), package.c_str())) return true;
-  return Fail("cannot build " + package + ": " + builder.ErrorText());
-}
-
 // The plain record stream that the builder makes of `description` over the seed tree.
 bool BuiltStream(const ScratchDirectory& scratch, const char* description, std::string& stream) {
   const std::string descriptionPath = scratch.Path("seed.desc");
   const std::string package = scratch.Path("seed.pkg");
   const std::string plain = scratch.Path("seed.stream");
   if (!WriteWholeFile(descriptionPath, description)) return Fail("cannot write " + descriptionPath);
-  if (!BuildPackage(descriptionPath, scratch.Path("base"), package)) return false;
+  tk::TkPackage builder;
+  if (!builder.BuildPackage(descriptionPath.c_str(), scratch.Path("base").c_str(), package.c_str())) {
+    return Fail("cannot build " + package + ": " + builder.ErrorText());
+  }
   auto codec = std::make_unique<tk::LzhufCodec>();
   if (tk::LzhufDecodeFile(*codec, package.c_str(), plain.c_str(), 0) != tk::kLzhufOk) {
     return Fail("cannot decode " + package);
@@ -174,13 +168,7 @@ bool WriteAllSeeds(const std::string& directory) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.size() == 1) return WriteAllSeeds(args[0]) ? 0 : 1;
-  if (args.size() == 4 && args[0] == "package") {
-    return BuildPackage(args[1], args[2], args[3]) ? 0 : 1;
-  }
-  std::fprintf(stderr,
-               "usage: fuzz_seeds OUTDIR\n"
-               "       fuzz_seeds package DESCRIPTION BASE PACKAGE\n");
+  if (argc == 2) return WriteAllSeeds(argv[1]) ? 0 : 1;
+  std::fprintf(stderr, "usage: fuzz_seeds OUTDIR\n");
   return 1;
 }
