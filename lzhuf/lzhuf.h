@@ -68,8 +68,10 @@ struct LzhufCodec {
   // The ring; the 9 bytes past its end mirror positions 0 to 8 so that comparing
   // 10 bytes never wraps.
   uint8_t ring[kLzhufRingSize + kLzhufLookahead - 1];
-  int16_t left[kLzhufRingSize + 1];     // search trees; entry N is a scratch slot
-  int16_t right[kLzhufRingSize + 257];  // entries N+1 .. N+256: one root per first byte
+  // The search trees: the left and right child of node i are children[i][0] and
+  // children[i][1], side by side so that one read fetches both. Right children
+  // N+1 .. N+256 are the roots, one per first byte; entry N is a scratch slot.
+  int16_t children[kLzhufRingSize + 257][2];
   int16_t parent[kLzhufRingSize + 1];   // NIL: not in any tree
   uint64_t textSize;                    // uncompressed bytes
   uint64_t codeSize;                    // compressed bytes written (kept, never reported)

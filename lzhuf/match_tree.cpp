@@ -3,8 +3,8 @@
 namespace tk::lzhuf_detail {
 
 void InitTrees(LzhufCodec& codec) {
-  for (int i = kFirstRoot; i <= kN + 256; ++i) codec.right[i] = kNil;
-  for (int i = 0; i < kN; ++i) codec.parent[i] = kNil;
+  for (auto& links : codec.children) links[0] = links[1] = kNil;
+  for (int i = 0; i <= kN; ++i) codec.parent[i] = kNil;
 }
 
 }  // namespace tk::lzhuf_detail

@@ -14,7 +14,7 @@
 namespace tk::lzhuf_detail {
 
 constexpr unsigned kRingMask = kN - 1;
-constexpr int kFirstRoot = kN + 1;  // right[N + 1 + b] is the root of the tree of byte b
+constexpr int kFirstRoot = kN + 1;  // children[N + 1 + b][1]: the root of the tree of byte b
 
 // A candidate match packed as ((length - 1) << 12) | (4095 - distance), distance
 // being ((r - p) mod 4096) - 1: the larger score is the better match, so among
@@ -27,7 +27,8 @@ inline unsigned MatchScore(unsigned lengthLess1, unsigned r, unsigned p) {
 inline int ScoreLength(unsigned score) { return static_cast<int>(score >> kScoreShift) + 1; }
 inline int ScoreDistance(unsigned score) { return static_cast<int>(kRingMask - (score & kRingMask)); }
 
-// Empties all trees: every root and every parent link becomes NIL.
+// Empties all trees: every root and every link becomes NIL. So do the links of
+// the scratch entry NIL, which DeleteNode relies on: they never equal a position.
 void InitTrees(LzhufCodec& codec);
 
 // The 8 bytes from `at`, first byte most significant, so that comparing two such
@@ -62,25 +63,23 @@ inline bool HoldsKey(const uint8_t* ring, unsigned p, const Key& key) {
          ring[p + kF - 1] == key.last;
 }
 
-// Makes `q` the child that `p` was of p's parent. Entry N of left and parent is a
-// scratch slot: the write that is not wanted goes there, which saves a branch the
-// processor cannot predict. (A root's child is always its right one.)
+// Makes `q` the child that `p` was of p's parent, choosing the side by index
+// rather than by a branch the processor cannot predict.
 inline void TakeParentSlot(LzhufCodec& codec, int p, int q) {
   const int up = codec.parent[p];
-  const bool isRight = codec.right[up] == p;
-  codec.right[up] = static_cast<int16_t>(isRight ? q : codec.right[up]);
-  codec.left[isRight ? kNil : up] = static_cast<int16_t>(q);
+  codec.children[up][codec.children[up][1] == p] = static_cast<int16_t>(q);
   codec.parent[q] = static_cast<int16_t>(up);
 }
 
-// Puts `r` in the place of node `p`, which leaves the tree.
+// Puts `r` in the place of node `p`, which leaves the tree with no links at all.
 inline void ReplaceNode(LzhufCodec& codec, int p, int r) {
-  codec.left[r] = codec.left[p];
-  codec.right[r] = codec.right[p];
-  codec.parent[codec.left[p]] = static_cast<int16_t>(r);
-  codec.parent[codec.right[p]] = static_cast<int16_t>(r);
+  int16_t* const links = codec.children[p];
+  codec.children[r][0] = links[0];
+  codec.children[r][1] = links[1];
+  codec.parent[links[0]] = static_cast<int16_t>(r);
+  codec.parent[links[1]] = static_cast<int16_t>(r);
   TakeParentSlot(codec, p, r);
-  codec.parent[p] = kNil;
+  links[0] = links[1] = codec.parent[p] = kNil;
 }
 
 // Inserts ring position `r` and sets `best` to the score of the longest match among
@@ -101,17 +100,18 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
     if (kScored) best = MatchScore(kF - 1, r, hint);
     return (hint + 1) & kRingMask;
   }
-  int16_t* const left = codec.left;
-  int16_t* const right = codec.right;
+  int16_t (*const children)[2] = codec.children;
   // Byte 0 chose the tree; bytes 1 to 8, then byte 9, order the nodes within it.
-  left[r] = right[r] = kNil;
+  children[r][0] = children[r][1] = kNil;
   unsigned p = kFirstRoot + key.first;
-  int16_t* link = &right[p];
+  int16_t* link = &children[p][1];
   int next = *link;
   unsigned found = 0;
   while (next != kNil) {
     p = static_cast<unsigned>(next);
     const uint64_t node = LoadBigEndian(ring + p + 1);
+    uint32_t pair;  // both children, read while the key bytes are on their way
+    std::memcpy(&pair, children[p], sizeof pair);
     if (key.head != node) [[likely]] {
       // Bytes 1 .. n equal, n = leading zero bytes of the difference: length n + 1.
       if (kScored) {
@@ -119,8 +119,11 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
         const unsigned score = MatchScore(sameBytes, r, p);
         found = score > found ? score : found;
       }
-      link = key.head > node ? &right[p] : &left[p];
-      next = *link;
+      const bool goRight = key.head > node;
+      const int leftChild = static_cast<int16_t>(pair);
+      const int rightChild = static_cast<int16_t>(pair >> 16);
+      link = &children[p][goRight];
+      next = goRight ? rightChild : leftChild;
       continue;
     }
     const unsigned key9 = key.last;
@@ -132,7 +135,7 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
       if (kScored) best = found;
       return static_cast<int>((p + 1) & kRingMask);
     }
-    link = key9 > node9 ? &right[p] : &left[p];
+    link = &children[p][key9 > node9];
     next = *link;
   }
   *link = static_cast<int16_t>(r);
@@ -142,30 +145,30 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
 }
 
 // Removes position `p` from its tree (a node with two children gives way to the
-// rightmost node of its left subtree); a position in no tree is ignored.
+// rightmost node of its left subtree). A position in no tree has no children and
+// parent NIL (see InitTrees and ReplaceNode), so the one-child path below passes
+// over it without harm; that spares a branch the processor mispredicts.
 inline void DeleteNode(LzhufCodec& codec, int p) {
-  int16_t* const left = codec.left;
-  int16_t* const right = codec.right;
+  int16_t (*const children)[2] = codec.children;
   int16_t* const parent = codec.parent;
-  if (parent[p] == kNil) return;
+  const int left = children[p][0];
+  const int right = children[p][1];
   int q;
-  if (right[p] == kNil) {
-    q = left[p];
-  } else if (left[p] == kNil) {
-    q = right[p];
+  if (left == kNil || right == kNil) {
+    q = left == kNil ? right : left;
   } else {
-    q = left[p];
-    if (right[q] != kNil) {
+    q = left;
+    if (children[q][1] != kNil) {
       do {
-        q = right[q];
-      } while (right[q] != kNil);
-      right[parent[q]] = left[q];
-      parent[left[q]] = parent[q];
-      left[q] = left[p];
-      parent[left[p]] = static_cast<int16_t>(q);
+        q = children[q][1];
+      } while (children[q][1] != kNil);
+      children[parent[q]][1] = children[q][0];
+      parent[children[q][0]] = parent[q];
+      children[q][0] = static_cast<int16_t>(left);
+      parent[left] = static_cast<int16_t>(q);
     }
-    right[q] = right[p];
-    parent[right[p]] = static_cast<int16_t>(q);
+    children[q][1] = static_cast<int16_t>(right);
+    parent[right] = static_cast<int16_t>(q);
   }
   TakeParentSlot(codec, p, q);
   parent[p] = kNil;
