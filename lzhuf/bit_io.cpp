@@ -36,10 +36,6 @@ void BitWriter::Drain() {
 }
 
 bool BitWriter::Finish() {
-  while (count_ >= 8) {
-    count_ -= 8;
-    block_[used_++] = static_cast<uint8_t>(bits_ >> count_);
-  }
   if (count_ > 0) {
     block_[used_++] = static_cast<uint8_t>(bits_ << (8 - count_));
     count_ = 0;

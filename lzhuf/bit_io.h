@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "lzhuf/lzhuf.h"
 
@@ -38,26 +39,24 @@ class ByteReader {
 };
 
 // A stream of bits, most significant first, staged in `block` and handed to the
-// sink whenever the block is full. A failed write is remembered; later writes are
-// dropped and failed() stays true.
+// sink whenever the block is full. `block` needs 16 bytes of room past
+// kLzhufIoBlockSize. A failed write is remembered; later writes are dropped and
+// failed() stays true.
 class BitWriter {
  public:
   BitWriter(LzhufSink& sink, uint8_t* block) : sink_(sink), block_(block) {}
 
   // Appends the low `length` bits of `value` (1 to 32 bits; the bits above are 0).
+  // The pending bits are stored as 8 bytes every time and the position moves over
+  // the whole bytes among them: no branch on how many bytes are complete.
   void Put(uint32_t value, int length) {
     bits_ = (bits_ << length) | value;
-    count_ += length;
-    if (count_ >= 32) {
-      count_ -= 32;
-      const uint32_t word = static_cast<uint32_t>(bits_ >> count_);
-      block_[used_] = static_cast<uint8_t>(word >> 24);
-      block_[used_ + 1] = static_cast<uint8_t>(word >> 16);
-      block_[used_ + 2] = static_cast<uint8_t>(word >> 8);
-      block_[used_ + 3] = static_cast<uint8_t>(word);
-      used_ += 4;
-      if (used_ == kLzhufIoBlockSize) Drain();
-    }
+    count_ += length;  // at most 7 + 32
+    const uint64_t aligned = __builtin_bswap64(bits_ << (64 - count_));
+    std::memcpy(block_ + used_, &aligned, sizeof aligned);
+    used_ += static_cast<size_t>(count_ >> 3);
+    count_ &= 7;
+    if (used_ >= kLzhufIoBlockSize) Drain();
   }
 
   // Pads the pending bits with zeros to whole bytes, hands everything to the sink

@@ -21,13 +21,11 @@ void FillRing(LzhufCodec& codec) {
 }
 
 void EncodeSymbol(LzhufCodec& codec, BitWriter& out, int c) {
-  int16_t path[kPathCapacity];
   int length = 0;
-  const uint32_t code = SymbolCode(codec, c, length, path);
+  const uint32_t code = CodeAndUpdate(codec, c, length);
   out.Put(code, length);
   codec.lastCode = static_cast<uint16_t>(code);
   codec.lastCodeLength = static_cast<uint16_t>(length);
-  UpdateAlongPath(codec, c, path, length);
 }
 
 void EncodePosition(BitWriter& out, int distance) {

@@ -96,6 +96,40 @@ void UpdateHuffman(LzhufCodec& codec, int c) {
   IncrementFrom(codec, codec.prnt[c + kT]);
 }
 
+uint32_t CodeAndUpdate(LzhufCodec& codec, int c, int& length) {
+  if (codec.freq[kR] == kLzhufMaxFreq) {  // the code comes from the tree before the rebuild
+    int16_t path[kPathCapacity];
+    const uint32_t code = SymbolCode(codec, c, length, path);
+    UpdateHuffman(codec, c);
+    return code;
+  }
+  uint32_t code = 0;
+  int bits = 0;
+  int n = codec.prnt[c + kT];
+  for (;;) {
+    code |= static_cast<uint32_t>(n & 1) << bits;
+    ++bits;
+    const unsigned k = ++codec.freq[n];
+    int up = codec.prnt[n];
+    if (k > codec.freq[n + 1]) {
+      const int moved = MoveUp(codec, n, k);
+      // The rest of the code follows the old path, read before anything above moves.
+      for (; up != kR; up = codec.prnt[up]) {
+        code |= static_cast<uint32_t>(up & 1) << bits;
+        ++bits;
+      }
+      IncrementFrom(codec, codec.prnt[moved]);
+      length = bits;
+      return code;
+    }
+    if (up == kR) break;
+    n = up;
+  }
+  ++codec.freq[kR];  // the root never moves: the sentinel above it is 0xFFFF
+  length = bits;
+  return code;
+}
+
 void UpdateAlongPath(LzhufCodec& codec, int c, const int16_t* path, int depth) {
   if (codec.freq[kR] == kLzhufMaxFreq) {
     RebuildHuffman(codec);  // every position changes: the path no longer holds

@@ -50,6 +50,12 @@ inline uint32_t SymbolCode(const LzhufCodec& codec, int c, int& length, int16_t*
   return code;
 }
 
+// The encoder's step: returns the code word of symbol `c` (as SymbolCode, from
+// the tree as it stands) in `length` bits and counts the occurrence. One climb
+// from the leaf serves both while no node moves: no node above a moving one can
+// be affected by the move, as its weight is at least the moving node's new one.
+uint32_t CodeAndUpdate(LzhufCodec& codec, int c, int& length);
+
 // UpdateHuffman for symbol `c` whose path from the leaf (`path[0]`) up to the
 // root's child (`path[depth - 1]`) is known. While no node moves, the path is
 // followed without reading parent links, so the increments do not wait on one
