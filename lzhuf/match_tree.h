@@ -63,6 +63,23 @@ inline bool HoldsKey(const uint8_t* ring, unsigned p, const Key& key) {
          ring[p + kF - 1] == key.last;
 }
 
+// The right link of `pair` (left in the low half) when `key` > `node`, else the
+// left one. Which it is is as good as random, so on x86-64 this is a compare and
+// a conditional move, never a branch (compilers do not always see that).
+inline int PickLink(uint64_t key, uint64_t node, uint32_t pair) {
+  int link = static_cast<int16_t>(pair);
+#if defined(__x86_64__)
+  const int right = static_cast<int16_t>(pair >> 16);
+  asm("cmpq %[node], %[key]\n\tcmova %[right], %[link]"
+      : [link] "+r"(link)
+      : [key] "r"(key), [node] "r"(node), [right] "r"(right)
+      : "cc");
+#else
+  if (key > node) link = static_cast<int16_t>(pair >> 16);
+#endif
+  return link;
+}
+
 // Makes `q` the child that `p` was of p's parent, choosing the side by index
 // rather than by a branch the processor cannot predict.
 inline void TakeParentSlot(LzhufCodec& codec, int p, int q) {
@@ -104,8 +121,8 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
   // Byte 0 chose the tree; bytes 1 to 8, then byte 9, order the nodes within it.
   children[r][0] = children[r][1] = kNil;
   unsigned p = kFirstRoot + key.first;
-  int16_t* link = &children[p][1];
-  int next = *link;
+  int next = children[p][1];
+  bool goRight = true;  // the side of p the walk leaves by
   unsigned found = 0;
   while (next != kNil) {
     p = static_cast<unsigned>(next);
@@ -119,11 +136,8 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
         const unsigned score = MatchScore(sameBytes, r, p);
         found = score > found ? score : found;
       }
-      const bool goRight = key.head > node;
-      const int leftChild = static_cast<int16_t>(pair);
-      const int rightChild = static_cast<int16_t>(pair >> 16);
-      link = &children[p][goRight];
-      next = goRight ? rightChild : leftChild;
+      goRight = key.head > node;
+      next = PickLink(key.head, node, pair);
       continue;
     }
     const unsigned key9 = key.last;
@@ -135,10 +149,10 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
       if (kScored) best = found;
       return static_cast<int>((p + 1) & kRingMask);
     }
-    link = &children[p][key9 > node9];
-    next = *link;
+    goRight = key9 > node9;
+    next = PickLink(key9, node9, pair);
   }
-  *link = static_cast<int16_t>(r);
+  children[p][goRight] = static_cast<int16_t>(r);
   codec.parent[r] = static_cast<int16_t>(p);
   if (kScored) best = found;
   return kNil;
