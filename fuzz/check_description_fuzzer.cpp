@@ -35,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Expect(tk::fuzz::WriteWholeFile(workspace.description, tk::fuzz::AsString(data, size)),
          "cannot write the description");
   tk::TkPackage builder;
-  const bool valid = builder.CheckDescription(workspace.description.c_str(), workspace.base.c_str());
+  const bool valid =
+      builder.CheckDescription(workspace.description.c_str(), workspace.base.c_str());
   const std::string& error = builder.ErrorText();
   Expect(valid == error.empty(), "result and error text disagree: ", error);
   if (!valid) {

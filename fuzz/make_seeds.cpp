@@ -52,8 +52,8 @@ std::string MixedBytes(ByteSource& source) {
 std::string Compress(const std::string& plain) {
   auto codec = std::make_unique<tk::LzhufCodec>();
   std::vector<uint8_t> packed;
-  tk::LzhufEncodeBuffer(*codec, std::span(reinterpret_cast<const uint8_t*>(plain.data()), plain.size()),
-                        packed);
+  const auto* bytes = reinterpret_cast<const uint8_t*>(plain.data());
+  tk::LzhufEncodeBuffer(*codec, std::span(bytes, plain.size()), packed);
   return std::string(packed.begin(), packed.end());
 }
 
@@ -69,7 +69,8 @@ bool BuiltStream(const ScratchDirectory& scratch, const char* description, std::
   const std::string plain = scratch.Path("seed.stream");
   if (!WriteWholeFile(descriptionPath, description)) return Fail("cannot write " + descriptionPath);
   tk::TkPackage builder;
-  if (!builder.BuildPackage(descriptionPath.c_str(), scratch.Path("base").c_str(), package.c_str())) {
+  const std::string base = scratch.Path("base");
+  if (!builder.BuildPackage(descriptionPath.c_str(), base.c_str(), package.c_str())) {
     return Fail("cannot build " + package + ": " + builder.ErrorText());
   }
   auto codec = std::make_unique<tk::LzhufCodec>();

@@ -26,8 +26,9 @@ void CheckTrimWhitespace(const std::string& input) {
       tk::TrimWhitespace(s, removeAll, collapse);
       Expect(s.size() <= input.size(), "TrimWhitespace made the text longer");
       if (collapse) {
-        Expect(s.find_first_of("\t\r\n") == std::string::npos && s.find("  ") == std::string::npos &&
-                   !s.starts_with(' ') && !s.ends_with(' '),
+        Expect(s.find_first_of("\t\r\n") == std::string::npos &&
+                   s.find("  ") == std::string::npos && !s.starts_with(' ') &&
+                   !s.ends_with(' '),
                "TrimWhitespace left whitespace behind: ", s);
       }
       if (removeAll) {

@@ -105,8 +105,8 @@ TEST_F(PackageFaultTest, CompressionThatCannotWriteRemovesTheTemporaryFile) {
 // Decompression into a destination that may not hold the stream: "Cannot decompress
 // package file"; the destination that installation created stays, empty.
 TEST_F(PackageFaultTest, DecompressionThatCannotWriteRemovesTheTemporaryFile) {
-  const std::string package =
-      WriteStream(kMagic + std::string("[Dir]\nName = Bin\n\n") + FileRecord("big", RandomBytes(100000)));
+  const std::string package = WriteStream(std::string(kMagic) + "[Dir]\nName = Bin\n\n" +
+                                          FileRecord("big", RandomBytes(100000)));
   const auto report = fault::RunInChild([&] {
     if (!fault::LimitFileSize(4096)) return std::string("no limit");
     const bool installed = package_.InstallPackage(package.c_str(), Path("dest").c_str(), 0);
@@ -198,8 +198,10 @@ TEST_F(PackageFaultTest, DirectoriesWithoutWritePermission) {
     std::string error;
   } cases[] = {
       {"[Dir]\nName = locked/sub\n\n", dest, "cannot create directory: " + locked + "/sub"},
-      {"[Dir]\nName = locked\n\n" + FileRecord("f", "x"), dest, "Cannot create file " + locked + "/f"},
-      {"[Dir]\nName = a\n\n", readOnly + "/new", "cannot create target directory: " + readOnly + "/new"},
+      {"[Dir]\nName = locked\n\n" + FileRecord("f", "x"), dest,
+       "Cannot create file " + locked + "/f"},
+      {"[Dir]\nName = a\n\n", readOnly + "/new",
+       "cannot create target directory: " + readOnly + "/new"},
       {"[Dir]\nName = a\n\n", readOnly, "Cannot decompress package file"},
   };
   for (const auto& c : cases) {

@@ -113,7 +113,9 @@ TEST_F(SupportFaultTest, DirectoriesWithoutWritePermission) {
                      std::to_string(CreateDirectoryPath((ro + "/c").c_str(), true));
             }),
             "00");
-  EXPECT_EQ(Unprivileged([&] { return std::to_string(RemoveDirectory(ro.c_str(), true, "*", "*")); }),
+  EXPECT_EQ(Unprivileged([&] {
+              return std::to_string(RemoveDirectory(ro.c_str(), true, "*", "*"));
+            }),
             "0");
   EXPECT_EQ(Read("ro/kept"), "k");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(ro), {}), 1);
