@@ -2,6 +2,10 @@
 
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace tk::lzhuf_detail {
 
 namespace {
@@ -31,7 +35,7 @@ void StartHuffman(LzhufCodec& codec) {
     codec.son[j] = static_cast<int16_t>(i);
     codec.prnt[i] = codec.prnt[i + 1] = static_cast<int16_t>(j);
   }
-  codec.freq[kT] = kSentinelFreq;
+  for (int i = kT; i < kT + 8; ++i) codec.freq[i] = kSentinelFreq;
   codec.prnt[kR] = 0;
 }
 
@@ -60,13 +64,31 @@ void RebuildHuffman(LzhufCodec& codec) {
 
 namespace {
 
+// The first position from `from` on whose weight is at least `k` (the sentinel at
+// T stops the search). Runs of equal weights have unpredictable lengths, so eight
+// weights are compared at once where SSE2 is there.
+inline int FirstAtLeast(const uint16_t* freq, int from, unsigned k) {
+#if defined(__SSE2__)
+  // Unsigned order through signed compares: flip the top bit of both sides.
+  const __m128i flip = _mm_set1_epi16(static_cast<int16_t>(0x8000));
+  const __m128i bound = _mm_xor_si128(_mm_set1_epi16(static_cast<int16_t>(k)), flip);
+  for (int i = from;; i += 8) {
+    __m128i weights;
+    std::memcpy(&weights, freq + i, sizeof weights);
+    const __m128i below = _mm_cmplt_epi16(_mm_xor_si128(weights, flip), bound);
+    const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(below));
+    if (mask != 0xFFFF) return i + (__builtin_ctz(~mask) >> 1);
+  }
+#else
+  while (k > freq[from]) ++from;
+  return from;
+#endif
+}
+
 // Node `c` has just grown to `k`, past the next position: exchanges it with the
 // last node still below `k` and returns that position.
 int MoveUp(LzhufCodec& codec, int c, unsigned k) {
-  int l = c + 1;
-  while (k > codec.freq[++l]) {
-  }
-  --l;
+  const int l = FirstAtLeast(codec.freq, c + 2, k) - 1;
   codec.freq[c] = codec.freq[l];
   codec.freq[l] = static_cast<uint16_t>(k);
   const int i = codec.son[c];

@@ -81,7 +81,9 @@ struct LzhufCodec {
   uint16_t inBits;                      // buffered input bits, left-aligned
   uint8_t outCount;                     // number of pending output bits
   uint8_t inCount;                      // number of buffered input bits
-  uint16_t freq[kLzhufTreeNodes + 1];   // Huffman node weights; entry T is 0xFFFF
+  // Huffman node weights; entry T is the sentinel 0xFFFF, and so are the 7 after
+  // it, so that the weights can be searched 8 at a time.
+  uint16_t freq[kLzhufTreeNodes + 8];
   int16_t matchPosition;                // result of the last tree insertion:
   int16_t matchLength;                  //   distance - 1 and length
   int16_t son[kLzhufTreeNodes];         // child of a node; T + c is the leaf of c
