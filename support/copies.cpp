@@ -1,4 +1,7 @@
 // Byte-range copies between streams and files of the file-system utilities.
+#include <stdio_ext.h>
+#include <unistd.h>
+
 #include <memory>
 #include <new>
 
@@ -21,6 +24,31 @@ bool MoveBytes(FILE* source, FILE* destination, char* buffer, size_t count) {
   return fwrite(buffer, 1, count, destination) == count;
 }
 
+enum class KernelCopy { kDone, kFailed, kUnsupported };
+
+// Lets the kernel move the bytes between the two descriptors, which spares a trip
+// through user space for every block (installing a package is mostly such copies).
+// kUnsupported when the destination still buffers bytes of its own (they must reach
+// the file first, and a failure to write them belongs to whoever wrote them) or when
+// the very first attempt is refused (an appending destination, a device, another file
+// system on an old kernel): the caller then copies by blocks. Afterwards both streams
+// stand where a block copy would leave them.
+KernelCopy CopyInKernel(FILE* source, FILE* destination, int64_t offset, int64_t length) {
+  if (__fpending(destination) != 0 || __fpending(source) != 0) return KernelCopy::kUnsupported;
+  loff_t from = offset;
+  for (int64_t left = length; left > 0;) {
+    const ssize_t moved = copy_file_range(fileno(source), &from, fileno(destination),
+                                          nullptr, static_cast<size_t>(left), 0);
+    if (moved < 0 && left == length) return KernelCopy::kUnsupported;
+    if (moved <= 0) return KernelCopy::kFailed;  // an error, or the source ended early
+    left -= moved;
+  }
+  const int64_t written = lseek64(fileno(destination), 0, SEEK_CUR);
+  if (written < 0 || SeekFile(destination, written, SEEK_SET) != 0) return KernelCopy::kFailed;
+  return SeekFile(source, offset + length, SEEK_SET) == 0 ? KernelCopy::kDone
+                                                          : KernelCopy::kFailed;
+}
+
 // The copy itself, with the buffer already at hand. A range that starts past the
 // end leaves a negative length: nothing can be read there, so the copy fails.
 bool CopyRange(FILE* source, FILE* destination, int64_t offset, int64_t length,
@@ -30,6 +58,10 @@ bool CopyRange(FILE* source, FILE* destination, int64_t offset, int64_t length,
   if (SeekFile(source, offset, SEEK_SET) != 0) return false;
   if (length == -1 || size - offset < length) length = size - offset;
   if (length < 0) return false;
+  if (length > 0) {
+    const KernelCopy kernel = CopyInKernel(source, destination, offset, length);
+    if (kernel != KernelCopy::kUnsupported) return kernel == KernelCopy::kDone;
+  }
   const int64_t block = static_cast<int64_t>(kCopyBlock);
   for (int64_t i = 0; i < length / block; ++i) {
     if (!MoveBytes(source, destination, buffer, kCopyBlock)) return false;

@@ -34,8 +34,7 @@ std::string BoundedPath(const char* path) {
 std::string WalkPath(const char* path) {
   std::string p = BoundedPath(path);
   if (!p.empty() && p.back() == '/') p.pop_back();
-  if (p.empty()) p = ".";
-  return p;
+  return p.empty() ? std::string(".") : p;
 }
 
 UniqueDir OpenDir(const std::string& path) { return UniqueDir(opendir(path.c_str())); }

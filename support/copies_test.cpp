@@ -1,0 +1,42 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/files.h"
+
+namespace tk {
+namespace {
+
+// Whatever way the bytes travel, a range copy lands at the destination's current
+// position, after bytes it already buffers, and leaves the source after the range.
+TEST(CopyStreamRange, ContinuesBothStreamsWhereTheCopyEnded) {
+  char pattern[] = "/tmp/tk_copies_XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  const std::string dir = pattern;
+  std::string bytes;
+  for (int i = 0; i < 40000; ++i) bytes += static_cast<char>('a' + i % 26);
+  {
+    UniqueFile src(OpenFile((dir + "/src").c_str(), "wb"));
+    ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), src.get()), bytes.size());
+  }
+  for (const std::string head : {"", "head"}) {
+    UniqueFile src(OpenFile((dir + "/src").c_str(), "rb"));
+    UniqueFile dst(OpenFile((dir + "/dst").c_str(), "w+b"));
+    std::fputs(head.c_str(), dst.get());
+    ASSERT_EQ(CopyStreamRange(src.get(), dst.get(), 10, 20000), 1);
+    EXPECT_EQ(TellFile(src.get()), 20010);
+    std::fputs("tail", dst.get());
+    std::rewind(dst.get());
+    std::string out(head.size() + 20004, '\0');
+    ASSERT_EQ(std::fread(out.data(), 1, out.size() + 1, dst.get()), out.size());
+    EXPECT_EQ(out, head + bytes.substr(10, 20000) + "tail");
+  }
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace tk
