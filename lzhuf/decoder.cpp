@@ -25,18 +25,19 @@ int DecodeSymbol(LzhufCodec& codec, BitReader& in) {
   int16_t path[kPathCapacity];
   int top = kPathCapacity;  // the path is stored from the end, so it ends leaf first
   uint64_t bits = in.bits();
-  int c = codec.son[kR];
+  // Pointer-sized indices: no widening on the chain of dependent reads.
+  intptr_t c = codec.son[kR];
   while (c < kT) {
-    const int node = c + static_cast<int>(bits >> 63);
+    const intptr_t node = c + static_cast<intptr_t>(bits >> 63);
     bits <<= 1;
     path[--top] = static_cast<int16_t>(node);
     c = codec.son[node];
   }
   const int depth = kPathCapacity - top;
   in.Skip(depth);
-  c -= kT;
-  UpdateAlongPath(codec, c, path + top, depth);
-  return c;
+  const int symbol = static_cast<int>(c - kT);
+  UpdateAlongPath(codec, symbol, path + top, depth);
+  return symbol;
 }
 
 int DecodeDistance(BitReader& in) {

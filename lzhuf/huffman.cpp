@@ -1,5 +1,6 @@
 #include "lzhuf/huffman.h"
 
+#include <cstdint>
 #include <cstring>
 
 #if defined(__SSE2__)
@@ -91,22 +92,25 @@ int MoveUp(LzhufCodec& codec, int c, unsigned k) {
   const int l = FirstAtLeast(codec.freq, c + 2, k) - 1;
   codec.freq[c] = codec.freq[l];
   codec.freq[l] = static_cast<uint16_t>(k);
+  // A leaf has one parent link, a node two (its children sit side by side); the
+  // second write of a leaf goes to the scratch slot instead of a branch.
+  constexpr int kScratch = kT + kLzhufSymbols;
   const int i = codec.son[c];
   codec.prnt[i] = static_cast<int16_t>(l);
-  if (i < kT) codec.prnt[i + 1] = static_cast<int16_t>(l);
+  codec.prnt[i < kT ? i + 1 : kScratch] = static_cast<int16_t>(l);
   const int j = codec.son[l];
   codec.son[l] = static_cast<int16_t>(i);
   codec.prnt[j] = static_cast<int16_t>(c);
-  if (j < kT) codec.prnt[j + 1] = static_cast<int16_t>(c);
+  codec.prnt[j < kT ? j + 1 : kScratch] = static_cast<int16_t>(c);
   codec.son[c] = static_cast<int16_t>(j);
   return l;
 }
 
 // Increments from node `c` up to the root, following the parent links.
-void IncrementFrom(LzhufCodec& codec, int c) {
+void IncrementFrom(LzhufCodec& codec, intptr_t c) {
   do {
     const unsigned k = ++codec.freq[c];
-    if (k > codec.freq[c + 1]) c = MoveUp(codec, c, k);
+    if (k > codec.freq[c + 1]) c = MoveUp(codec, static_cast<int>(c), k);
     c = codec.prnt[c];
   } while (c != 0);
 }
@@ -127,14 +131,14 @@ uint32_t CodeAndUpdate(LzhufCodec& codec, int c, int& length) {
   }
   uint32_t code = 0;
   int bits = 0;
-  int n = codec.prnt[c + kT];
+  intptr_t n = codec.prnt[c + kT];
   for (;;) {
     code |= static_cast<uint32_t>(n & 1) << bits;
     ++bits;
     const unsigned k = ++codec.freq[n];
-    int up = codec.prnt[n];
+    intptr_t up = codec.prnt[n];
     if (k > codec.freq[n + 1]) {
-      const int moved = MoveUp(codec, n, k);
+      const int moved = MoveUp(codec, static_cast<int>(n), k);
       // The rest of the code follows the old path, read before anything above moves.
       for (; up != kR; up = codec.prnt[up]) {
         code |= static_cast<uint32_t>(up & 1) << bits;
@@ -159,10 +163,10 @@ void UpdateAlongPath(LzhufCodec& codec, int c, const int16_t* path, int depth) {
     return;
   }
   for (int i = 0; i < depth; ++i) {
-    const int n = path[i];
+    const intptr_t n = path[i];
     const unsigned k = ++codec.freq[n];
     if (k > codec.freq[n + 1]) {
-      const int moved = MoveUp(codec, n, k);
+      const int moved = MoveUp(codec, static_cast<int>(n), k);
       IncrementFrom(codec, codec.prnt[moved]);
       return;
     }

@@ -87,7 +87,9 @@ struct LzhufCodec {
   int16_t matchPosition;                // result of the last tree insertion:
   int16_t matchLength;                  //   distance - 1 and length
   int16_t son[kLzhufTreeNodes];         // child of a node; T + c is the leaf of c
-  int16_t prnt[kLzhufTreeNodes + kLzhufSymbols];  // parent; entry T + c: leaf of c
+  // Parents of the Huffman nodes; entry T + c is the leaf position of symbol c,
+  // and the last entry is a scratch slot.
+  int16_t prnt[kLzhufTreeNodes + kLzhufSymbols + 1];
   uint8_t inBlock[kLzhufIoBlockSize];   // staging of the bytes read
   // Staging of the bytes to write. The decoder keeps its last 4096 bytes of output
   // in front of the block as the dictionary, and may write 16 bytes past it.
