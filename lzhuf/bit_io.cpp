@@ -45,18 +45,4 @@ bool BitWriter::Finish() {
   return !failed_;
 }
 
-void BitReader::RefillSlowly() {
-  while (count_ <= 56) {
-    if (pos_ == end_ && !ended_) {
-      const size_t got = source_.Read(block_, kLzhufIoBlockSize);
-      ended_ = got == 0;
-      pos_ = block_;
-      end_ = block_ + got;
-    }
-    const uint64_t byte = pos_ == end_ ? 0 : *pos_++;
-    bits_ |= byte << (56 - count_);
-    count_ += 8;
-  }
-}
-
 }  // namespace tk::lzhuf_detail

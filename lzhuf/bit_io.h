@@ -119,7 +119,21 @@ class BitReader {
   }
 
  private:
-  void RefillSlowly();
+  // Byte by byte near the end of a block or of the source. Inline like the rest,
+  // so that the reader's state can stay in registers in the decoding loop.
+  void RefillSlowly() {
+    while (count_ <= 56) {
+      if (pos_ == end_ && !ended_) {
+        const size_t got = source_.Read(block_, kLzhufIoBlockSize);
+        ended_ = got == 0;
+        pos_ = block_;
+        end_ = block_ + got;
+      }
+      const uint64_t byte = pos_ == end_ ? 0 : *pos_++;
+      bits_ |= byte << (56 - count_);
+      count_ += 8;
+    }
+  }
 
   LzhufSource& source_;
   uint8_t* block_;
