@@ -29,7 +29,18 @@ class ByteReader {
   }
 
  private:
-  bool Refill();
+  // Everything is inline, so that the reader's state can stay in registers.
+  bool Refill() {
+    if (ended_) return false;
+    const size_t got = source_.Read(block_, kLzhufIoBlockSize);
+    if (got == 0) {
+      ended_ = true;
+      return false;
+    }
+    pos_ = block_;
+    end_ = block_ + got;
+    return true;
+  }
 
   LzhufSource& source_;
   uint8_t* block_;
@@ -61,14 +72,31 @@ class BitWriter {
 
   // Pads the pending bits with zeros to whole bytes, hands everything to the sink
   // and flushes it. Returns false if any write failed.
-  bool Finish();
+  bool Finish() {
+    if (count_ > 0) {
+      block_[used_++] = static_cast<uint8_t>(bits_ << (8 - count_));
+      count_ = 0;
+    }
+    Drain();
+    if (!failed_ && !sink_.Flush()) failed_ = true;
+    return !failed_;
+  }
 
   bool failed() const { return failed_; }
   // Bytes handed to the sink so far.
   uint64_t written() const { return written_; }
 
  private:
-  void Drain();
+  void Drain() {
+    if (used_ != 0 && !failed_) {
+      if (sink_.Write(block_, used_)) {
+        written_ += used_;
+      } else {
+        failed_ = true;
+      }
+    }
+    used_ = 0;
+  }
 
   LzhufSink& sink_;
   uint8_t* block_;

@@ -11,7 +11,6 @@ namespace tk::lzhuf_detail {
 
 namespace {
 
-constexpr int kHeaderSize = 4;
 constexpr size_t kHistory = kN;
 
 // The window before any output: what the encoder's ring holds 4096 to 1 positions

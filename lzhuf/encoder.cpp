@@ -53,8 +53,8 @@ int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, unsigned best, int avai
   return length;
 }
 
-}  // namespace
 
+// Codes everything `source` yields after the header, which `out` already holds.
 int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
   StartHuffman(codec);
   InitTrees(codec);
@@ -98,6 +98,21 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
     }
   } while (len > 0);
   return kLzhufOk;
+}
+
+}  // namespace
+
+int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
+  BitWriter out(sink, codec.outBlock);
+  for (int i = 0; i < kHeaderSize; ++i) {
+    codec.header[i] = static_cast<uint8_t>(size >> (8 * i));
+    out.Put(codec.header[i], 8);
+  }
+  int result = kLzhufEmpty;
+  if (size != 0) result = EncodeBody(codec, source, out);
+  if (result == kLzhufWriteFailed || !out.Finish()) result = kLzhufWriteFailed;
+  codec.codeSize = out.written();
+  return result;
 }
 
 }  // namespace tk::lzhuf_detail

@@ -18,10 +18,12 @@ constexpr int kNil = kLzhufNil;
 constexpr int kStart = kN - kF;  // ring position of the first input byte
 constexpr int kMatchSymbolBase = 256 - kLzhufThreshold - 1;  // length L is symbol L + 253
 constexpr uint8_t kRingFill = ' ';
+constexpr int kHeaderSize = 4;  // the uncompressed length, least significant byte first
 
-// Codes everything `source` yields after the header, which `out` already holds.
-// Returns kLzhufOk, or kLzhufWriteFailed as soon as a write has failed.
-int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out);
+// Writes the header for `size` and, unless it is 0, codes everything `source`
+// yields. Returns kLzhufOk, kLzhufEmpty, or kLzhufWriteFailed as soon as a write
+// (or the final flush) has failed.
+int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink);
 
 // Decodes symbols until `size` bytes are out, or `limit` (when not 0) is reached,
 // from `source`, whose first `got` bytes, header included, sit in codec.inBlock.

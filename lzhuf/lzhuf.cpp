@@ -13,8 +13,6 @@ using namespace lzhuf_detail;
 
 namespace {
 
-constexpr int kHeaderSize = 4;
-
 void ResetCounters(LzhufCodec& codec) {
   codec.outBits = codec.inBits = 0;
   codec.outCount = codec.inCount = 0;
@@ -30,16 +28,7 @@ uint64_t LzhufStatedLength(const uint8_t* h) {
 
 int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
   ResetCounters(codec);
-  BitWriter out(sink, codec.outBlock);
-  for (int i = 0; i < kHeaderSize; ++i) {
-    codec.header[i] = static_cast<uint8_t>(size >> (8 * i));
-    out.Put(codec.header[i], 8);
-  }
-  int result = kLzhufEmpty;
-  if (size != 0) result = EncodeBody(codec, source, out);
-  if (result == kLzhufWriteFailed || !out.Finish()) result = kLzhufWriteFailed;
-  codec.codeSize = out.written();
-  return result;
+  return EncodeAll(codec, source, size, sink);
 }
 
 int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_t limit) {
