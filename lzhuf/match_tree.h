@@ -167,22 +167,24 @@ inline void DeleteNode(LzhufCodec& codec, int p) {
   int16_t* const parent = codec.parent;
   const int left = children[p][0];
   const int right = children[p][1];
-  int q;
-  if (left == kNil || right == kNil) {
-    q = left == kNil ? right : left;
-  } else {
-    q = left;
-    if (children[q][1] != kNil) {
-      do {
-        q = children[q][1];
-      } while (children[q][1] != kNil);
-      children[parent[q]][1] = children[q][0];
-      parent[children[q][0]] = parent[q];
-      children[q][0] = static_cast<int16_t>(left);
-      parent[left] = static_cast<int16_t>(q);
-    }
+  const bool both = (left != kNil) & (right != kNil);
+  int q = left == kNil ? right : left;
+  if (both && children[q][1] != kNil) [[unlikely]] {
+    do {
+      q = children[q][1];
+    } while (children[q][1] != kNil);
+    children[parent[q]][1] = children[q][0];
+    parent[children[q][0]] = parent[q];
+    children[q][0] = static_cast<int16_t>(left);
+    parent[left] = static_cast<int16_t>(q);
     children[q][1] = static_cast<int16_t>(right);
     parent[right] = static_cast<int16_t>(q);
+  } else {
+    // With two children the left one, lacking a right child, takes p's right
+    // subtree; otherwise the writes go to NIL's scratch entries (children[NIL][1]
+    // stays NIL), which spares a branch the processor cannot predict.
+    children[both ? q : kNil][1] = static_cast<int16_t>(both ? right : kNil);
+    parent[both ? right : kNil] = static_cast<int16_t>(q);
   }
   TakeParentSlot(codec, p, q);
   parent[p] = kNil;
