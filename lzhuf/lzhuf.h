@@ -51,8 +51,10 @@ constexpr int kLzhufTreeNodes = 2 * kLzhufSymbols - 1;                  // T 527
 constexpr int kLzhufRoot = kLzhufTreeNodes - 1;                         // R 526
 constexpr unsigned kLzhufMaxFreq = 0x8000;  // root frequency that forces a rebuild
 
-// Size of the blocks in which the front ends read and write.
+// Size of the blocks in which the codec reads; it writes blocks of about this
+// size, never more than kLzhufMaxWrite bytes at once.
 constexpr size_t kLzhufIoBlockSize = 16384;
+constexpr size_t kLzhufMaxWrite = kLzhufIoBlockSize + 16;
 
 // ---- State ---------------------------------------------------------------------
 
@@ -60,7 +62,7 @@ constexpr size_t kLzhufIoBlockSize = 16384;
 // constructor does nothing, and each operation resets every part it uses, so one
 // object serves any number of operations one after another with results identical
 // to a fresh object. The codec never allocates: the I/O blocks live here too
-// (about 110 KB in all; allocate it rather than placing it on a small stack).
+// (about 70 KB in all; allocate it rather than placing it on a small stack).
 struct LzhufCodec {
   LzhufCodec() {}  // deliberately leaves everything uninitialised
 
@@ -77,14 +79,16 @@ struct LzhufCodec {
   uint64_t codeSize;                    // compressed bytes written (kept, never reported)
   uint16_t lastCode;                    // low 16 bits of the last symbol's code word
   uint16_t lastCodeLength;              // and its length in bits (kept, never read)
-  uint16_t outBits;                     // pending output bits, left-aligned
-  uint16_t inBits;                      // buffered input bits, left-aligned
-  uint8_t outCount;                     // number of pending output bits
-  uint8_t inCount;                      // number of buffered input bits
+  // The classic 16-bit bit buffers and their counts: reset by every operation;
+  // the coding loops keep wider buffers in registers instead.
+  uint16_t outBits;
+  uint16_t inBits;
+  uint8_t outCount;
+  uint8_t inCount;
   // Huffman node weights; entry T is the sentinel 0xFFFF, and so are the 7 after
   // it, so that the weights can be searched 8 at a time.
   uint16_t freq[kLzhufTreeNodes + 8];
-  int16_t matchPosition;                // result of the last tree insertion:
+  int16_t matchPosition;                // the match behind the last symbol coded:
   int16_t matchLength;                  //   distance - 1 and length
   int16_t son[kLzhufTreeNodes];         // child of a node; T + c is the leaf of c
   // Parents of the Huffman nodes; entry T + c is the leaf position of symbol c,
@@ -109,8 +113,8 @@ class LzhufSource {
   virtual size_t Read(uint8_t* buffer, size_t capacity) = 0;
 };
 
-// Where the codec writes to. It is called with blocks of up to kLzhufIoBlockSize
-// bytes, so wrapping one shows the progress of the output.
+// Where the codec writes to. It is called with blocks of about kLzhufIoBlockSize
+// bytes (at most kLzhufMaxWrite), so wrapping one shows the progress of the output.
 class LzhufSink {
  public:
   virtual ~LzhufSink() = default;
@@ -215,7 +219,9 @@ int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* desti
 //   kLzhufEmpty        the header states 0 bytes; the destination is empty, closed;
 //   kLzhufNoHeader     the source holds fewer than 4 bytes. Both files are left
 //                      OPEN on purpose (long-standing behaviour that callers
-//                      tolerate); the destination exists and is empty;
+//                      tolerate: two descriptors stay in use; the streams remain
+//                      on the C library's list, so leak checkers stay quiet);
+//                      the destination exists and is empty;
 //   kLzhufWriteFailed  a write or the final flush failed; both files closed.
 int LzhufDecodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath,
                     uint64_t limit);

@@ -290,5 +290,50 @@ TEST(LzhufEdges, FailedWritesAndFlushesGive145) {
   EXPECT_EQ(kLzhufWriteFailed, LzhufEncode(*codec, none, 0, headerSink));
 }
 
+// A source handing out at most `chunk` bytes per call, and a sink counting what
+// it is given: what a progress display would wrap around the real ones.
+class ChunkedSource : public LzhufSource {
+ public:
+  ChunkedSource(const Bytes& data, size_t chunk) : inner_(data), chunk_(chunk) {}
+  size_t Read(uint8_t* buffer, size_t capacity) override {
+    const size_t got = inner_.Read(buffer, capacity < chunk_ ? capacity : chunk_);
+    consumed += got;
+    return got;
+  }
+  size_t consumed = 0;
+
+ private:
+  LzhufMemorySource inner_;
+  size_t chunk_;
+};
+
+class CountingSink : public LzhufSink {
+ public:
+  bool Write(const uint8_t* data, size_t size) override {
+    EXPECT_LE(size, kLzhufMaxWrite);
+    bytes.insert(bytes.end(), data, data + size);
+    ++calls;
+    return true;
+  }
+  Bytes bytes;
+  int calls = 0;
+};
+
+TEST(LzhufStreams, ShortReadsAndBlockWritesCodeTheSameBytes) {
+  auto codec = std::make_unique<LzhufCodec>();
+  const Bytes input = TextBytes(300000);
+  const Bytes packed = Encode(*codec, input);
+  for (size_t chunk : {size_t{1}, size_t{7}, size_t{100000}}) {
+    ChunkedSource in(input, chunk), packedIn(packed, chunk);
+    CountingSink encoded, decoded;
+    EXPECT_EQ(kLzhufOk, LzhufEncode(*codec, in, input.size(), encoded));
+    EXPECT_EQ(packed, encoded.bytes);
+    EXPECT_EQ(input.size(), in.consumed);
+    EXPECT_EQ(kLzhufOk, LzhufDecode(*codec, packedIn, decoded, 0));
+    EXPECT_EQ(input, decoded.bytes);
+    EXPECT_GT(decoded.calls, 10);  // output arrives in blocks, as progress
+  }
+}
+
 }  // namespace
 }  // namespace tk
