@@ -3,14 +3,13 @@
 #include "installer/session.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "installer/test_process.h"
@@ -21,70 +20,49 @@ namespace tk {
 namespace {
 
 namespace fs = std::filesystem;
+using std::string;
 
-constexpr char kInstaller[] = TK_BIN_DIR "/tkinstall";
-constexpr char kScript[] =
-    "echo \"post-install in $1\"\n"
-    "echo done > \"$1/Bin/installed\"\n";
+constexpr char kScript[] = "echo \"post-install in $1\"\necho done > \"$1/Bin/installed\"\n";
 
 // ---- The texts the administrator sees -------------------------------------------
 
-std::string Banner() { return "\n\nTAVIK server installation\nChecking server..."; }
+const string kBanner = "\n\nTAVIK server installation\nChecking server...";
+const string kFailed = "\n\nInstallation failed\n\n\nPress enter to continue";
 
-std::string DirectoryPrompt(const std::string& defaultDirectory) {
+string Prompt(const string& defaultDirectory) {
   return "\n\nPlease enter TAVIK destination directory (" + defaultDirectory + ") => ";
 }
 
-std::string ConfirmPrompt(const std::string& destination) {
-  return "\n\nConfirm destination directory " + destination + " (y/n/q) => ";
+// One round of the dialogue: the directory prompt and the confirmation of `to`.
+string Ask(const string& def, const string& to) {
+  return Prompt(def) + "\n\nConfirm destination directory " + to + " (y/n/q) => ";
 }
 
-std::string Dialogue(const std::string& defaultDirectory, const std::string& destination) {
-  return DirectoryPrompt(defaultDirectory) + ConfirmPrompt(destination);
+string Installing(const string& to) {
+  return "\n\nInstalling TAVIK in " + to + " directory\nThis may take a few minutes...";
 }
 
-std::string Installing(const std::string& destination) {
-  return "\n\nInstalling TAVIK in " + destination +
-         " directory\nThis may take a few minutes...";
+string Package(const string& path, const string& dirs) {
+  return "\nInstalling package " + path + "\nUncompressing package file\nVerifying package" + dirs;
 }
 
-std::string PackageLines(const std::string& path) {
-  return "\nInstalling package " + path + "\nUncompressing package file\nVerifying package";
+// Everything from the installation line to the end of a successful run, with both
+// packages found in `dir` ("" or ending in "/") unless `core` names the core package.
+string Success(const string& dir, const string& to, const string& scriptSays, bool profile,
+               const string& core = "") {
+  const string profileLines =
+      "\n\nPLEASE DO THE FOLLOWING CHANGES TO THE PROFILE OF THE USER RUNNING TAVIK:"
+      "\n\n  Set the environment variable TAVIK=" + to + "\n  Add " + to +
+      "/Bin to the PATH environment variable\n  Add " + to +
+      "/Bin to the LD_LIBRARY_PATH environment variable";
+  return Installing(to) + Package(core.empty() ? dir + "tavik_core.pkg" : core,
+                                  "\nDirectory Bin\nDirectory Java\nDirectory Doc") +
+         Package(dir + "tavik_linux64.pkg", "\nDirectory Lib") + "\nUpdating environment..." +
+         scriptSays + "\n\nInstallation terminated successfully\n" +
+         (profile ? profileLines : "") + "\n\nPress enter to continue";
 }
 
-std::string CoreLines(const std::string& path) {
-  return PackageLines(path) + "\nDirectory Bin\nDirectory Java\nDirectory Doc";
-}
-
-std::string PlatformLines(const std::string& path) {
-  return PackageLines(path) + "\nDirectory Lib";
-}
-
-std::string Profile(const std::string& destination) {
-  return "\n\nPLEASE DO THE FOLLOWING CHANGES TO THE PROFILE OF THE USER RUNNING TAVIK:"
-         "\n\n  Set the environment variable TAVIK=" + destination +
-         "\n  Add " + destination + "/Bin to the PATH environment variable"
-         "\n  Add " + destination + "/Bin to the LD_LIBRARY_PATH environment variable";
-}
-
-// Everything from the installation line to the end of a successful run.
-std::string Success(const std::string& corePath, const std::string& platformPath,
-                    const std::string& destination, const std::string& scriptOutput,
-                    bool profile) {
-  return Installing(destination) + CoreLines(corePath) + PlatformLines(platformPath) +
-         "\nUpdating environment..." + scriptOutput +
-         "\n\nInstallation terminated successfully\n" + (profile ? Profile(destination) : "") +
-         "\n\nPress enter to continue";
-}
-
-// The same, with both packages found in `directory` ("" or ending in "/").
-std::string Success(const std::string& directory, const std::string& destination,
-                    const std::string& scriptOutput, bool profile) {
-  return Success(directory + "tavik_core.pkg", directory + "tavik_linux64.pkg", destination,
-                 scriptOutput, profile);
-}
-
-std::string FailureEnding() { return "\n\nInstallation failed\n\n\nPress enter to continue"; }
+string ScriptSays(const string& destination) { return "post-install in " + destination + "\n"; }
 
 // ---- Fixture --------------------------------------------------------------------
 
@@ -97,73 +75,56 @@ class InstallerTest : public ::testing::Test {
     ASSERT_NE(mkdtemp(pattern), nullptr);
     root_ = pattern;
     dist_ = root_ + "/dist";
-    WriteSources(kScript);
-    BuildPackages(dist_);
+    BuildPackages(dist_, kScript);
   }
-  void TearDown() override {
-    std::error_code ignored;
-    fs::remove_all(root_, ignored);
-  }
+  void TearDown() override { fs::remove_all(root_); }
 
-  static void Write(const std::string& path, const std::string& content) {
+  static void Write(const string& path, const string& content) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << content;
   }
-  static std::string Read(const std::string& path) {
+  static string Read(const string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(in), {}};
   }
-  static bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+  static bool Exists(const string& path) { return access(path.c_str(), F_OK) == 0; }
 
-  void WriteSources(const std::string& script) {
+  // Builds tavik_core.pkg (with `script` as Java/tkinstall) and tavik_linux64.pkg.
+  void BuildPackages(const string& directory, const string& script) {
     Write(root_ + "/src/core/Bin/tavik", "#!/bin/sh\necho tavik\n");
     Write(root_ + "/src/core/Java/tkinstall", script);
     Write(root_ + "/src/core/Doc/notes.txt", "one\r\ntwo\r\n");
-    Write(root_ + "/src/core.desc",
-          "[Bin]\ncopyfile: tavik\nexec: tavik\n[Java]\ncopyfile: tkinstall\n"
-          "[Doc]\ncopyfile: notes.txt\ntextfile: notes.txt\n");
+    Write(root_ + "/src/core.desc", "[Bin]\ncopyfile: tavik\nexec: tavik\n[Java]\n"
+          "copyfile: tkinstall\n[Doc]\ncopyfile: notes.txt\ntextfile: notes.txt\n");
     Write(root_ + "/src/platform/Lib/libtavik.so", "platform library\n");
     Write(root_ + "/src/platform.desc", "[Lib]\ncopyfile: libtavik.so\n");
-  }
-
-  // Builds tavik_core.pkg and tavik_linux64.pkg into `directory`.
-  void BuildPackages(const std::string& directory) {
     fs::create_directories(directory);
     TkPackage builder;
-    ASSERT_TRUE(builder.BuildPackage((root_ + "/src/core.desc").c_str(),
-                                     (root_ + "/src/core").c_str(),
-                                     (directory + "/tavik_core.pkg").c_str()))
-        << builder.ErrorText();
-    ASSERT_TRUE(builder.BuildPackage((root_ + "/src/platform.desc").c_str(),
-                                     (root_ + "/src/platform").c_str(),
-                                     (directory + "/tavik_linux64.pkg").c_str()))
-        << builder.ErrorText();
+    for (const string name : {"core", "platform"}) {
+      const string from = root_ + "/src/" + name, to = directory + "/tavik_" +
+                          (name == "core" ? "core" : "linux64") + ".pkg";
+      ASSERT_TRUE(builder.BuildPackage((from + ".desc").c_str(), from.c_str(), to.c_str()))
+          << builder.ErrorText();
+    }
   }
 
   // Runs tkinstall in dist/ as `programPath` with TAVIK set to `tavik` (or unset).
-  test::ChildResult Run(const std::string& input, const std::optional<std::string>& tavik,
-                        const std::string& programPath = "./tkinstall", bool quiet = true) {
-    test::ChildRun run;
-    run.program = kInstaller;
-    run.arguments = {programPath, "ignored argument"};
-    run.input = input;
-    run.workDirectory = dist_;
-    run.environment["TAVIK"] = tavik;
-    test::ChildResult result = test::RunChild(run);
-    EXPECT_FALSE(result.killed);
-    if (quiet) {
-      EXPECT_EQ(result.err, "");
-    }
-    return result;
+  test::ChildResult Run(const string& input, const std::optional<string>& tavik,
+                        const string& programPath = "./tkinstall", size_t stopAfter = 16 << 20) {
+    return test::RunChild({TK_BIN_DIR "/tkinstall", {programPath, "ignored argument"}, input,
+                           dist_, {{"TAVIK", tavik}}, 60, stopAfter});
+  }
+
+  // The whole output and status of a run, and that nothing was said on standard error.
+  void ExpectRun(const test::ChildResult& run, const string& out, int status, bool quiet = true) {
+    EXPECT_EQ(run.out, out);
+    EXPECT_EQ(run.exitStatus, status);
+    EXPECT_EQ(quiet ? run.err : "", "");
   }
 
   // The installed tree of a complete run, with the script run (or not) and gone.
-  void ExpectInstalled(const std::string& destination, bool scriptRan) {
-    struct stat info {};
-    ASSERT_EQ(stat((destination + "/Bin/tavik").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0755u);
+  void ExpectInstalled(const string& destination, bool scriptRan) {
+    EXPECT_EQ(fs::status(destination + "/Bin/tavik").permissions(), fs::perms(0755));
     EXPECT_EQ(Read(destination + "/Doc/notes.txt"), "one\ntwo\n");
     EXPECT_EQ(Read(destination + "/Lib/libtavik.so"), "platform library\n");
     EXPECT_FALSE(Exists(destination + "/Java/tkinstall"));
@@ -173,251 +134,147 @@ class InstallerTest : public ::testing::Test {
     }
   }
 
-  std::string ScriptSays(const std::string& destination) {
-    return "post-install in " + destination + "\n";
-  }
-
-  std::string root_;
-  std::string dist_;
+  string root_, dist_;
 };
 
 // ---- Successful runs ------------------------------------------------------------
 
-TEST_F(InstallerTest, TavikUnsetProposesUsrTavikAndShowsProfile) {
-  const std::string destination = root_ + "/dest";
-  const auto result = Run(destination + "\n\n\n", std::nullopt);
-  EXPECT_EQ(result.out, Banner() + Dialogue("/usr/tavik", destination) +
-                            Success("./", destination, ScriptSays(destination), true));
-  EXPECT_EQ(result.exitStatus, 0);
-  ExpectInstalled(destination, true);
+// The profile lines are shown unless the destination is the TAVIK directory, compared
+// ignoring case. "n" and any other answer but "y" or nothing ask again, with the same
+// default; a directory answer is cleaned of blanks and its trailing "/". The script
+// command line is not quoted, so the shell cannot find a script whose path holds a
+// blank; neither that nor a failing script stops the run, and the script is removed.
+TEST_F(InstallerTest, SuccessfulRuns) {
+  enum Script { kRuns, kNotFound, kFails };
+  const string d = root_ + "/d", no = root_ + "/no";
+  const struct { std::optional<string> tavik; string in, asked, to; bool profile; Script script; }
+  cases[] = {
+      {std::nullopt, d + "1\n\n\n", Ask("/usr/tavik", d + "1"), d + "1", true, kRuns},
+      {"  " + d + "2/ ", "\ny\n\n", Ask(d + "2", d + "2"), d + "2", false, kRuns},
+      {d + "3", root_ + "/D3\nY\n\n", Ask(d + "3", root_ + "/D3"), root_ + "/D3", false, kRuns},
+      {root_ + "/old", d + "4\nyes\n\n", Ask(root_ + "/old", d + "4"), d + "4", true, kRuns},
+      {d + "5", no + "\nn\n" + no + "\nx\n\ny\n\n",
+       Ask(d + "5", no) + Ask(d + "5", no) + Ask(d + "5", d + "5"), d + "5", false, kRuns},
+      {std::nullopt, "  " + root_ + "/my   dir/  \n\n\n", Ask("/usr/tavik", root_ + "/my dir"),
+       root_ + "/my dir", true, kNotFound},
+      {d + "6", "\n\n\n", Ask(d + "6", d + "6"), d + "6", false, kFails},  // last
+  };
+  for (const auto& c : cases) {
+    if (c.script == kFails) BuildPackages(dist_, "echo failing\nexit 3\n");
+    const string says[] = {ScriptSays(c.to), "", "failing\n"};  // by Script
+    ExpectRun(Run(c.in, c.tavik),
+              kBanner + c.asked + Success("./", c.to, says[c.script], c.profile), 0,
+              c.script != kNotFound);
+    ExpectInstalled(c.to, c.script == kRuns);
+  }
+  EXPECT_FALSE(Exists(no));
 }
 
-TEST_F(InstallerTest, AcceptingTheTavikDirectoryHidesProfile) {
-  const std::string destination = root_ + "/dest";
-  const auto result = Run("\ny\n\n", "  " + destination + "/ ");
-  EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination) +
-                            Success("./", destination, ScriptSays(destination), false));
-  EXPECT_EQ(result.exitStatus, 0);
-  ExpectInstalled(destination, true);
-}
-
-TEST_F(InstallerTest, TavikIsComparedIgnoringCase) {
-  const std::string destination = root_ + "/DEST";
-  const auto result = Run(destination + "\nY\n\n", root_ + "/dest");
-  EXPECT_EQ(result.out, Banner() + Dialogue(root_ + "/dest", destination) +
-                            Success("./", destination, ScriptSays(destination), false));
-  EXPECT_EQ(result.exitStatus, 0);
-}
-
-TEST_F(InstallerTest, ChoosingAnotherDirectoryThanTavikShowsProfile) {
-  const std::string destination = root_ + "/new";
-  const auto result = Run(destination + "\nyes\n\n", root_ + "/old");
-  EXPECT_EQ(result.out, Banner() + Dialogue(root_ + "/old", destination) +
-                            Success("./", destination, ScriptSays(destination), true));
-  EXPECT_EQ(result.exitStatus, 0);
-  ExpectInstalled(destination, true);
-}
-
-TEST_F(InstallerTest, RefusedDirectoryIsAskedAgainWithTheSameDefault) {
-  const std::string destination = root_ + "/dest";
-  const std::string refused = root_ + "/refused";
-  const auto result = Run(refused + "\nn\n" + refused + "\nx\n\n\n", destination);
-  EXPECT_EQ(result.out, Banner() + Dialogue(destination, refused) +
-                            Dialogue(destination, refused) + Dialogue(destination, destination) +
-                            Success("./", destination, ScriptSays(destination), false));
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_FALSE(Exists(refused));
-}
-
-// The command line is not quoted, so the shell cannot find a script whose path holds
-// a blank; the installation still succeeds and the script is still removed.
-TEST_F(InstallerTest, DirectoryWithBlanksAndTrailingSlashIsCleaned) {
-  const std::string destination = root_ + "/my dir";
-  const auto result = Run("  " + root_ + "/my   dir/  \n\n\n", std::nullopt, "./tkinstall", false);
-  EXPECT_EQ(result.out, Banner() + Dialogue("/usr/tavik", destination) +
-                            Success("./", destination, "", true));
-  EXPECT_EQ(result.exitStatus, 0);
-  ExpectInstalled(destination, false);
-}
-
-TEST_F(InstallerTest, FailingScriptStillSucceedsAndIsDeleted) {
-  WriteSources("echo failing\nexit 3\n");
-  BuildPackages(dist_);
-  const std::string destination = root_ + "/dest";
-  const auto result = Run("\n\n\n", destination);
-  EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination) +
-                            Success("./", destination, "failing\n", false));
-  EXPECT_EQ(result.exitStatus, 0);
-  ExpectInstalled(destination, false);
-}
-
-TEST_F(InstallerTest, CoreFallsBackToTheParentOfTheWorkingDirectory) {
-  fs::rename(dist_ + "/tavik_core.pkg", root_ + "/tavik_core.pkg");
-  const std::string destination = root_ + "/dest";
-  const auto result = Run("\n\n\n", destination);
-  EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination) +
-                            Success("../tavik_core.pkg", "./tavik_linux64.pkg", destination,
-                                    ScriptSays(destination), false));
-  EXPECT_EQ(result.exitStatus, 0);
-}
-
-// Only argument 0 places the packages: the part before its last "tkinstall".
+// Only argument 0 places the packages: the part before its last "tkinstall", ignoring
+// case, even inside a file name. The core package falls back to ../tavik_core.pkg.
 TEST_F(InstallerTest, PackagesAreFoundBesideTheProgramPath) {
-  struct Case {
-    std::string programPath;
-    std::string packageDirectory;  // where the packages lie, below dist/
-    std::string shownDirectory;    // how the installer names them
-  } cases[] = {
+  const struct { string programPath, packageDirectory, shownDirectory; } cases[] = {
       {"tkinstall", "", ""},
       {"a/tkinstall/b/TkInstall", "a/tkinstall/b", "a/tkinstall/b/"},
       {dist_ + "/A/TKINSTALL/b/tkinstall", "A/TKINSTALL/b", dist_ + "/A/TKINSTALL/b/"},
-      {"setuptkinstall", "setup", "setup/"},
       {"/usr/bin/installer", "", ""},
   };
-  int run = 0;
-  for (const Case& c : cases) {
-    BuildPackages(dist_ + "/" + c.packageDirectory);
-    const std::string destination = root_ + "/dest" + std::to_string(++run);
-    const auto result = Run("\n\n\n", destination, c.programPath);
-    EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination) +
-                              Success(c.shownDirectory, destination,
-                                      ScriptSays(destination), false))
-        << c.programPath;
-    EXPECT_EQ(result.exitStatus, 0) << c.programPath;
+  for (const auto& c : cases) {
+    BuildPackages(dist_ + "/" + c.packageDirectory, kScript);
+    const string to = root_ + "/dest" + std::to_string(&c - cases);
+    ExpectRun(Run("\n\n\n", to, c.programPath),
+              kBanner + Ask(to, to) + Success(c.shownDirectory, to, ScriptSays(to), false), 0);
   }
+  fs::rename(dist_ + "/tavik_core.pkg", root_ + "/tavik_core.pkg");
+  const string to = root_ + "/dest";
+  ExpectRun(Run("\n\n\n", to), kBanner + Ask(to, to) +
+            Success("./", to, ScriptSays(to), false, "../tavik_core.pkg"), 0);
 }
 
 // ---- Refusals and failures ------------------------------------------------------
 
 TEST_F(InstallerTest, MissingPackagesAreNamed) {
-  struct Case {
-    std::string programPath;
-    std::string removed;
-    std::string missing;
-  } cases[] = {
-      {"./tkinstall", "tavik_core.pkg", "../tavik_core.pkg"},
+  const struct { string programPath, removed, missing; } cases[] = {
       {"./tkinstall", "tavik_linux64.pkg", "./tavik_linux64.pkg"},
       {"/x/TKINSTALL", "", "/x/tavik_linux64.pkg"},
+      {"/a/tkinstall/b/tkinstall", "", "/a/tkinstall/b/tavik_linux64.pkg"},
       {"/opt/setuptkinstall", "", "/opt/setup/tavik_linux64.pkg"},
+      {"./tkinstall", "tavik_core.pkg", "../tavik_core.pkg"},  // without its fallback: last
   };
-  fs::copy_file(dist_ + "/tavik_core.pkg", root_ + "/tavik_core.pkg");
-  for (const Case& c : cases) {
-    if (c.removed == "tavik_core.pkg") fs::rename(root_ + "/tavik_core.pkg", root_ + "/away");
+  fs::copy_file(dist_ + "/tavik_core.pkg", root_ + "/tavik_core.pkg");  // the fallback of ./
+  for (const auto& c : cases) {
+    if (c.removed == "tavik_core.pkg") fs::remove(root_ + "/tavik_core.pkg");
     if (!c.removed.empty()) fs::rename(dist_ + "/" + c.removed, root_ + "/removed");
-    const auto result = Run("", std::nullopt, c.programPath);
-    EXPECT_EQ(result.out, "\n\nTAVIK server installation\nCannot find " + c.missing +
-                              " package" + FailureEnding())
-        << c.programPath;
-    EXPECT_EQ(result.exitStatus, 255);
+    ExpectRun(Run("", std::nullopt, c.programPath),
+              "\n\nTAVIK server installation\nCannot find " + c.missing + " package" + kFailed,
+              255);
     if (!c.removed.empty()) fs::rename(root_ + "/removed", dist_ + "/" + c.removed);
-    if (c.removed == "tavik_core.pkg") fs::rename(root_ + "/away", root_ + "/tavik_core.pkg");
   }
 }
 
-TEST_F(InstallerTest, RunMarkerOfTheTavikInstallationStopsTheRun) {
-  const std::string service =
-      "\nThe TAVIK service is running (or has not been stopped correctly)"
-      "\nPlease stop it and restart the installation";
+// The run marker of the TAVIK installation stops the run; a blank TAVIK proposes
+// /usr/tavik but still looks for the marker, in the working directory. A first
+// character "Q" quits at once at either prompt; directory answers are cleaned before
+// they are confirmed.
+TEST_F(InstallerTest, RefusalsAndQuitsEndAtOnce) {
+  const string service = "\nThe TAVIK service is running (or has not been stopped correctly)"
+                         "\nPlease stop it and restart the installation" + kFailed;
   Write(root_ + "/old/Bin/tavik.run", "");
-  auto result = Run("\n\n\n", " " + root_ + "/old/ ");
-  EXPECT_EQ(result.out, Banner() + service + FailureEnding());
-  EXPECT_EQ(result.exitStatus, 255);
-
-  // A blank TAVIK proposes /usr/tavik but still looks for the marker, in the working
-  // directory.
   Write(dist_ + "/Bin/tavik.run", "");
-  result = Run("\n", "   ");
-  EXPECT_EQ(result.out, Banner() + service + FailureEnding());
-  EXPECT_EQ(result.exitStatus, 255);
-}
-
-TEST_F(InstallerTest, QuitAnswersEndAtOnceWithoutWaiting) {
-  const std::string destination = root_ + "/dest";
-  for (const char* answer : {"q", "Q", "quit", "  quit now", "qdir"}) {
-    const auto result = Run(std::string(answer) + "\n", destination);
-    EXPECT_EQ(result.out, Banner() + DirectoryPrompt(destination)) << answer;
-    EXPECT_EQ(result.exitStatus, 255);
-  }
-  for (const char* answer : {"q", "Q", "quit", "\tQuit"}) {
-    const auto result = Run("\n" + std::string(answer) + "\n", destination);
-    EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination)) << answer;
-    EXPECT_EQ(result.exitStatus, 255);
-  }
-  EXPECT_FALSE(Exists(destination));
-}
-
-TEST_F(InstallerTest, DirectoryAnswersAreCleanedBeforeConfirmation) {
-  struct Case {
-    const char* answer;
-    const char* destination;
-  } cases[] = {
-      {"  /a/my   dir/  ", "/a/my dir"}, {"\t/a/b\r", "/a/b"}, {"/", "/d"},
-      {"", "/d"},                        {"C:\\x\\y\\", "C:/x/y"}, {"rel//", "rel/"},
+  const struct { string input, out, tavik = "/d"; } cases[] = {
+      {"\n\n\n", service, " " + root_ + "/old/ "}, {"\n", service, "   "},
+      {"q\n", Prompt("/d")},     {"Q\n", Prompt("/d")},          {"quit\n", Prompt("/d")},
+      {"qdir\n", Prompt("/d")},  {"  quit now\n", Prompt("/d")}, {"\nq\n", Ask("/d", "/d")},
+      {"\nQ\n", Ask("/d", "/d")}, {"\nquit\n", Ask("/d", "/d")},  {"\n\tQuit\n", Ask("/d", "/d")},
+      {"/\nq\n", Ask("/d", "/d")}, {"rel//\nq\n", Ask("/d", "rel/")},
+      {"\t/a/b\r\nq\n", Ask("/d", "/a/b")}, {"C:\\x\\y\\\nq\n", Ask("/d", "C:/x/y")},
   };
-  for (const Case& c : cases) {
-    const auto result = Run(std::string(c.answer) + "\nq\n", "/d");
-    EXPECT_EQ(result.out, Banner() + Dialogue("/d", c.destination)) << c.answer;
-  }
+  for (const auto& c : cases) ExpectRun(Run(c.input, c.tavik), kBanner + c.out, 255);
 }
 
-TEST_F(InstallerTest, CorruptPackageShowsTheEngineError) {
+TEST_F(InstallerTest, CorruptPackagesShowTheEngineError) {
+  const string to = root_ + "/dest";
   Write(dist_ + "/tavik_core.pkg", "xyz");
-  const std::string destination = root_ + "/dest";
-  const auto result = Run("\n\n\n", destination);
-  EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination) + Installing(destination) +
-                            "\nInstalling package ./tavik_core.pkg\nUncompressing package file"
-                            "\nError: Cannot decompress package file" + FailureEnding());
-  EXPECT_EQ(result.exitStatus, 255);
-  EXPECT_FALSE(Exists(destination + "/tavik_core.pkg.tk_temp"));
-}
-
-TEST_F(InstallerTest, BadPlatformPackageLeavesTheCorePackageInstalled) {
-  // A well-compressed stream that is not a record stream.
+  ExpectRun(Run("\n\n\n", to), kBanner + Ask(to, to) + Installing(to) +
+            "\nInstalling package ./tavik_core.pkg\nUncompressing package file"
+            "\nError: Cannot decompress package file" + kFailed, 255);
+  EXPECT_FALSE(Exists(to + "/tavik_core.pkg.tk_temp"));
+  // A well-compressed platform stream that is not a record stream: the core package
+  // stays installed and the script never runs.
+  const string second = root_ + "/dest2";
+  BuildPackages(dist_, kScript);
   Write(root_ + "/plain", "NOT A PACKAGE\n1\n");
   auto codec = std::make_unique<LzhufCodec>();
   ASSERT_EQ(LzhufEncodeFile(*codec, (root_ + "/plain").c_str(),
-                            (dist_ + "/tavik_linux64.pkg").c_str()),
-            0);
-  const std::string destination = root_ + "/dest";
-  const auto result = Run("\n\n\n", destination);
-  EXPECT_EQ(result.out, Banner() + Dialogue(destination, destination) + Installing(destination) +
-                            CoreLines("./tavik_core.pkg") + PackageLines("./tavik_linux64.pkg") +
-                            "\nError: Bad package file ./tavik_linux64.pkg" + FailureEnding());
-  EXPECT_EQ(result.exitStatus, 255);
-  EXPECT_TRUE(Exists(destination + "/Java/tkinstall"));  // the script never ran
-  EXPECT_FALSE(Exists(destination + "/Lib"));
+                            (dist_ + "/tavik_linux64.pkg").c_str()), 0);
+  ExpectRun(Run("\n\n\n", second), kBanner + Ask(second, second) + Installing(second) +
+            Package("./tavik_core.pkg", "\nDirectory Bin\nDirectory Java\nDirectory Doc") +
+            Package("./tavik_linux64.pkg", "") + "\nError: Bad package file ./tavik_linux64.pkg" +
+            kFailed, 255);
+  EXPECT_TRUE(Exists(second + "/Java/tkinstall"));
+  EXPECT_FALSE(Exists(second + "/Lib"));
 }
 
 // At end of input the line buffer keeps the last prompt, which becomes the answer:
 // the directory prompt is taken as a directory and never confirmed.
 TEST_F(InstallerTest, EndOfInputRepeatsTheDialogue) {
-  test::ChildRun run;
-  run.program = kInstaller;
-  run.arguments = {"./tkinstall"};
-  run.workDirectory = dist_;
-  run.environment["TAVIK"] = "/d";
-  run.stopAfterBytes = 4096;
-  const test::ChildResult result = test::RunChild(run);
+  const test::ChildResult result = Run("", "/d", "./tkinstall", 4096);
   ASSERT_TRUE(result.killed);
-  std::string expected = Banner();
-  while (expected.size() < result.out.size()) {
-    expected += Dialogue("/d", "Please enter TAVIK destination directory (/d) =>");
-  }
+  const string answer = "Please enter TAVIK destination directory (/d) =>";  // the prompt itself
+  string expected = kBanner;
+  while (expected.size() < result.out.size()) expected += Ask("/d", answer);
   EXPECT_EQ(result.out, expected.substr(0, result.out.size()));
   EXPECT_GE(result.out.size(), 4096u);
 }
 
-// ---- ReadConsoleLine ------------------------------------------------------------
-
 TEST_F(InstallerTest, ReadConsoleLineDropsTheLineFeedAndKeepsTheBufferAtEnd) {
-  Write(root_ + "/input", "abc\r\n\n" + std::string(3000, 'x') + "\nlast");
+  Write(root_ + "/input", "abc\r\n\n" + string(3000, 'x') + "\nlast");
   ASSERT_NE(std::freopen((root_ + "/input").c_str(), "r", stdin), nullptr);
   char buffer[2048];
-  const std::string expected[] = {"abc\r", "", std::string(2047, 'x'), std::string(953, 'x'),
-                                  "last", "last"};
-  for (const std::string& line : expected) {
+  for (const string& line : {string("abc\r"), string(), string(2047, 'x'), string(953, 'x'),
+                             string("last"), string("last")}) {
     ReadConsoleLine(buffer, sizeof buffer);
-    EXPECT_EQ(std::string(buffer), line);
+    EXPECT_EQ(string(buffer), line);
   }
 }
 
