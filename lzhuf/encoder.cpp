@@ -53,7 +53,6 @@ int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, unsigned best, int avai
   return length;
 }
 
-
 // Codes everything `source` yields after the header, which `out` already holds.
 int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
   StartHuffman(codec);
