@@ -156,6 +156,14 @@ void* FreeDescriptorsAfterASecond(void* descriptors) {
   return nullptr;
 }
 
+// UBSan checks the type behind a virtual call by probing memory through a pipe, which
+// cannot be made while the descriptor table is full; the object is sound, so this one
+// call goes unchecked.
+__attribute__((no_sanitize("vptr"))) bool InstallWithoutTypeCheck(
+    TkPackage& package, const std::string& path, const std::string& destination) {
+  return package.InstallPackage(path.c_str(), destination.c_str(), 0);
+}
+
 // Every file of an installation is opened through OpenFile, so an installation that
 // starts while the descriptor table is full waits for descriptors and then completes.
 TEST_F(PackageFaultTest, InstallationWaitsForAFullDescriptorTable) {
@@ -169,7 +177,7 @@ TEST_F(PackageFaultTest, InstallationWaitsForAFullDescriptorTable) {
     if (pthread_create(&freer, nullptr, FreeDescriptorsAfterASecond, &held) != 0) {
       return std::string("no thread");
     }
-    const bool installed = package_.InstallPackage(package.c_str(), Path("dest").c_str(), 0);
+    const bool installed = InstallWithoutTypeCheck(package_, package, Path("dest"));
     pthread_join(freer, nullptr);
     return installed ? std::string("installed") : package_.ErrorText();
   });
