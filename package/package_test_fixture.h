@@ -50,6 +50,12 @@ class PackageTest : public ::testing::Test {
     return bytes.str();
   }
 
+  // The [File] record of `content` named `name`, as the builder writes it.
+  static std::string FileRecord(const std::string& name, const std::string& content) {
+    return "[File]\nName = " + name + "\nSize = " + std::to_string(content.size()) + "\n" +
+           content + "\n\n";
+  }
+
   // Compresses the plain record stream `records` into root/test.pkg; returns its path.
   std::string WriteStream(const std::string& records) {
     WriteFile("plain.stream", records);
@@ -68,13 +74,16 @@ class PackageTest : public ::testing::Test {
     return bytes;
   }
 
-  // Everything `write` writes to a fresh stream.
+  // Everything `write` writes to a fresh unbuffered stream; with `fullDevice`, the stream
+  // is /dev/full, where every write fails, and "" is returned.
   template <typename Write>
-  std::string Capture(Write write) {
-    FILE* out = std::fopen(Path("capture.stream").c_str(), "wb");
+  std::string Capture(Write write, bool fullDevice = false) {
+    const std::string path = fullDevice ? "/dev/full" : Path("capture.stream");
+    FILE* out = std::fopen(path.c_str(), "wb");
+    std::setvbuf(out, nullptr, _IONBF, 0);
     write(out);
     std::fclose(out);
-    return ReadFile(Path("capture.stream"));
+    return fullDevice ? "" : ReadFile(path);
   }
 
   static Tree Snapshot(const std::string& directory) {

@@ -60,27 +60,6 @@ TEST_F(RecordReaderTest, RecognisesSectionsKeysAndBadRecords) {
   for (const auto& c : cases) EXPECT_EQ(Walk(c.body), c.records) << c.body;
 }
 
-TEST_F(RecordReaderTest, RecordsCarryPositionDirectoryAndAvailableContent) {
-  const std::string body = "[File]\nName = early\nSize = 1\nx\n\n[Dir]\nName = d\n\n"
-                           "[File]\nName = cut\nSize = 100\nshort";
-  WriteFile("walk.stream", kMagic + body);
-  UniqueFile stream(OpenFile(Path("walk.stream").c_str(), "r"));
-  PackageRecordReader reader(stream.get());
-  PackageRecord first, dir, cut;
-  ASSERT_TRUE(reader.ReadMagic());
-  ASSERT_EQ(reader.Next(first), Status::kRecord);
-  ASSERT_EQ(reader.Next(dir), Status::kRecord);
-  ASSERT_EQ(reader.Next(cut), Status::kRecord);
-  EXPECT_EQ(reader.Next(cut), Status::kEnd);
-  const int64_t offset = 21 + static_cast<int64_t>(body.find("[File]\nName = cut"));
-  EXPECT_EQ(std::vector<int64_t>({first.offset, cut.offset, cut.contentOffset, cut.available}),
-            std::vector<int64_t>({21, offset, offset + 29, 5}));
-  EXPECT_EQ(std::vector<int>({first.index, first.afterDir, first.ContentCutShort(), cut.index,
-                              cut.afterDir, cut.ContentCutShort()}),
-            std::vector<int>({1, false, false, 3, true, true}));
-  EXPECT_EQ(cut.directory, "d");
-}
-
 TEST(RecordNames, EscapingNamesAreRecognised) {
   for (const char* name : {"/etc", "..", "a/../../b", "a\\..\\b", "\\abs"}) {
     EXPECT_TRUE(NameEscapesInstallation(name)) << name;
