@@ -25,13 +25,11 @@ TEST_F(TkpackInstall, InstallsWithOrWithoutTheEngineLines) {
 
 TEST_F(TkpackInstall, FailuresNameWhatAndWhere) {
   BuildSample();
-  WritePackage("magic.pkg", "TAVIK PACKAGE\n1\n[Dir]\nName = Bin\n\n");
   WritePackage("exec.pkg", std::string(kMagic) + "[Dir]\nName = Bin\n\n[Exec]\nName = no\n\n\n");
   WritePackage("key.pkg", std::string(kMagic) + "[File]\n\n\n");
   WriteFile("blocker", "a file where a directory should be");
   const std::vector<std::string> cases[] = {
       {"missing.pkg", "dest", "tkpack: Cannot decompress package file\n"},
-      {"magic.pkg", "dest", "tkpack: Bad package file magic.pkg\n"},
       {"key.pkg", "dest", "tkpack: Bad package file key.pkg\n"},
       {"exec.pkg", "dest", "tkpack: Cannot change file access rigths dest/Bin/no\n"},
       {"sample.pkg", "blocker/d", "tkpack: cannot create target directory: blocker/d\n"},

@@ -6,17 +6,9 @@ namespace {
 
 using TkpackInspect = TkpackTest;
 
-TEST_F(TkpackInspect, HeaderPrintsOneLineALine) {
+TEST_F(TkpackInspect, HeaderLinesAndRecordsInFileOrder) {
   BuildSample();
   ExpectRun(Tkpack({"header", "sample.pkg"}), kExitSuccess, "Version = 5\nProduct = tavik\n", "");
-  WritePackage("magic.pkg", "TAVIK PACKAGE FILES\n1\n");
-  ExpectRun(Tkpack({"header", "magic.pkg"}), kExitFailure, "",
-            "tkpack: Bad package file magic.pkg\n");
-  EXPECT_EQ(Leftovers(), 0);
-}
-
-TEST_F(TkpackInspect, ListShowsKindAndTargetInFileOrder) {
-  BuildSample();
   ExpectRun(Tkpack({"list", "sample.pkg"}), kExitSuccess,
             "Header     [HEADER]\nDir        Bin\nFile       Bin/run.sh\nExec       Bin/run.sh\n"
             "Dir        Bin/lib\nFile       Bin/lib/x.so\nDir        Doc\n"
@@ -26,14 +18,12 @@ TEST_F(TkpackInspect, ListShowsKindAndTargetInFileOrder) {
 }
 
 TEST_F(TkpackInspect, LongListAddsSizesAndASummary) {
-  WritePackage("odd.pkg", std::string(kMagic) +
-                              "[File]\nName = early\nSize = 1\nx\n\n"
-                              "[ dir ] trailing text\nName = Top\\Sub\\\n\n"
-                              "[RemoveFile]\nName = *.log\n\n\n"
-                              "[RmDir]\nName = Old\nWithsubdir = yes\n\n"
-                              "[TextDir]\nName = Doc\nName = Doc\n\n\n"
-                              "[Dir]\nName = \n\n[Exec]\nName = run.sh\n\n\n"
-                              "[Custom]\nkey = value\n[File]\nName = cut\nSize = 10\nabc");
+  const std::string records =
+      "[File]\nName = early\nSize = 1\nx\n\n[ dir ] trailing text\nName = Top\\Sub\\\n\n"
+      "[RemoveFile]\nName = *.log\n\n\n[RmDir]\nName = Old\nWithsubdir = yes\n\n"
+      "[TextDir]\nName = Doc\nName = Doc\n\n\n[Dir]\nName = \n\n[Exec]\nName = run.sh\n\n\n"
+      "[Custom]\nkey = value\n[File]\nName = cut\nSize = 10\nabc";
+  WritePackage("odd.pkg", kMagic + records);
   ExpectRun(Tkpack({"list", "--long", "odd.pkg"}), kExitSuccess,
             "File                  1  early\n"
             "Dir                   -  Top/Sub/\n"
@@ -49,14 +39,16 @@ TEST_F(TkpackInspect, LongListAddsSizesAndASummary) {
             "");
 }
 
-TEST_F(TkpackInspect, ListStopsAtTheFirstMalformedRecord) {
+TEST_F(TkpackInspect, BadPackagesStopHeaderAndList) {
   WritePackage("bad.pkg", std::string(kMagic) + "[Dir]\nName = Bin\n\n[File]\nName = a\n\n[Dir]\n");
   ExpectRun(Tkpack({"list", "bad.pkg"}), kExitFailure, "Dir        Bin\n",
             "tkpack: Bad package file bad.pkg: record 2 at byte 39: [File] Bin/a: missing "
             "\"Size = \" line\n");
-  WritePackage("magic.pkg", "TAVIK\n1\n");
-  ExpectRun(Tkpack({"list", "magic.pkg"}), kExitFailure, "",
-            "tkpack: Bad package file magic.pkg\n");
+  WritePackage("magic.pkg", "TAVIK PACKAGE FILES\n1\n");
+  for (const char* command : {"header", "list"}) {
+    ExpectRun(Tkpack({command, "magic.pkg"}), kExitFailure, "",
+              "tkpack: Bad package file magic.pkg\n");
+  }
   EXPECT_EQ(Leftovers(), 0);
 }
 

@@ -23,15 +23,13 @@ using TkpackProgress = TkpackTest;
 // past the line's start), anything else overwrites. Trailing blanks are dropped.
 std::string Screen(const std::string& text) {
   std::string screen;
-  std::size_t lineStart = 0;
-  std::size_t cursor = 0;
+  std::size_t lineStart = 0, cursor = 0;
   for (const char c : text) {
-    if (c == '\n') {
-      screen.erase(screen.find_last_not_of(' ') + 1);
-      screen += c;
-      lineStart = cursor = screen.size();
-    } else if (c == '\b') {
+    if (c == '\b') {
       cursor = std::max(cursor, lineStart + 1) - 1;
+    } else if (c == '\n') {
+      screen.erase(screen.find_last_not_of(' ') + 1).push_back(c);
+      lineStart = cursor = screen.size();
     } else {
       screen.resize(std::max(screen.size(), cursor + 1), ' ');
       screen[cursor++] = c;
@@ -40,32 +38,24 @@ std::string Screen(const std::string& text) {
   return screen.erase(screen.find_last_not_of(' ') + 1);
 }
 
-std::string FileText(FILE* file) {
-  std::fflush(file);
-  std::string text(static_cast<std::size_t>(std::ftell(file)), '\0');
-  std::rewind(file);
-  text.resize(std::fread(text.data(), 1, text.size(), file));
-  return text;
-}
-
 void WaitForRedraw() { std::this_thread::sleep_for(kRedrawInterval * 2); }
 
-TEST(ProgressDisplayTest, DrawsLargeStagesOnATerminalAndErasesOnlyItsOwnText) {
+TEST_F(TkpackProgress, DrawsLargeStagesOnATerminalAndErasesOnlyItsOwnText) {
   for (const bool terminal : {false, true}) {
-    FILE* screen = std::tmpfile();
+    FILE* screen = std::fopen(Path("screen").c_str(), "w");
+    const auto shown = [&] { std::fflush(screen); return ReadFile("screen"); };
     std::fputs("Directory Bin", screen);
     ProgressDisplay display(screen, terminal);
     display.Update("small", 0, kLargeInputBytes - 1);
     display.Update("large", 0, int64_t{100} << 20);
-    EXPECT_EQ(FileText(screen), "Directory Bin") << "a new stage waits an interval";
+    EXPECT_EQ(shown(), "Directory Bin") << "a new stage waits an interval";
     WaitForRedraw();
     display.Update("large", int64_t{99} << 20, int64_t{100} << 20);
     WaitForRedraw();
     display.Update("large", int64_t{2} << 20, -1);  // shorter text over a longer one
-    const std::string shown = Screen(FileText(screen));
-    EXPECT_EQ(shown.starts_with("Directory Bin  [large 2.0 MiB, "), terminal) << shown;
+    EXPECT_EQ(Screen(shown()).starts_with("Directory Bin  [large 2.0 MiB, "), terminal) << shown();
     display.Clear();
-    EXPECT_EQ(Screen(FileText(screen)), "Directory Bin");
+    EXPECT_EQ(Screen(shown()), "Directory Bin");
     std::fclose(screen);
   }
 }
@@ -108,17 +98,15 @@ TEST_F(TkpackProgress, CompressShowsItsProgressOnlyOnATerminal) {
   std::string text(6 * kLargeInputBytes, ' ');
   for (char& c : text) c = static_cast<char>('a' + generator() % 26);
   WriteFile("big.txt", text);
+  CommandLine line;
+  line.operands = {Path("big.txt"), Path("big.lzh")};
   for (const bool terminal : {false, true}) {
-    FILE* out = std::tmpfile();
-    FILE* err = std::tmpfile();
-    ToolIo io{out, err, terminal};
-    CommandLine line;
-    line.operands = {Path("big.txt"), Path("big.lzh")};
+    ToolIo io{std::fopen(Path("out").c_str(), "w"), std::fopen(Path("err").c_str(), "w"), terminal};
     EXPECT_EQ(RunCompress(line, io), kExitSuccess);
-    EXPECT_EQ(FileText(err).find("  [compressing ") != std::string::npos, terminal);
-    EXPECT_EQ(Screen(FileText(err)), "");
-    std::fclose(out);
-    std::fclose(err);
+    std::fclose(io.out);
+    std::fclose(io.err);
+    EXPECT_EQ(ReadFile("err").find("  [compressing ") != std::string::npos, terminal);
+    EXPECT_EQ(Screen(ReadFile("err")), "");
   }
 }
 
