@@ -83,7 +83,11 @@ int CopyFileRange(const char* source, const char* destination, const char* desti
   if (in == nullptr) return 0;
   UniqueFile out(OpenFile(destination, destinationMode));
   if (out == nullptr) return 0;
-  return CopyRange(in.get(), out.get(), offset, length, buffer.get()) ? 1 : 0;
+  const bool copied = CopyRange(in.get(), out.get(), offset, length, buffer.get());
+  // The last block may sit in the stream's buffer until the close: a full disk shows
+  // only there, and a copy that lost it must not count as done.
+  const bool closed = std::fclose(out.release()) == 0;
+  return copied && closed ? 1 : 0;
 }
 
 }  // namespace

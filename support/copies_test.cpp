@@ -38,5 +38,20 @@ TEST(CopyStreamRange, ContinuesBothStreamsWhereTheCopyEnded) {
   std::filesystem::remove_all(dir);
 }
 
+// A write error that shows only when the destination is closed still fails the copy.
+TEST(CopyFile, FailsWhenTheLastBlockCannotBeWritten) {
+  char pattern[] = "/tmp/tk_copies_XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  const std::string source = std::string(pattern) + "/small";
+  {
+    UniqueFile out(OpenFile(source.c_str(), "wb"));
+    std::fputs("abcdef", out.get());
+  }
+  EXPECT_EQ(CopyFile(source.c_str(), "/dev/full", 0, -1), 0);
+  EXPECT_EQ(AppendFileRange(source.c_str(), "/dev/full", 0, -1), 0);
+  EXPECT_EQ(CopyFile(source.c_str(), (source + ".copy").c_str(), 0, -1), 1);
+  std::filesystem::remove_all(pattern);
+}
+
 }  // namespace
 }  // namespace tk
