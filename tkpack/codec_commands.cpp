@@ -85,44 +85,47 @@ int ReportSizes(ToolIo& io, const CommandLine& line) {
 
 }  // namespace
 
-int RunCompress(const CommandLine& line, ToolIo& io) {
+namespace {
+
+// The frame both codec commands share: open the two files, code with a progress
+// display over the input, close the output, report. `code` runs the codec itself.
+template <typename Code>
+int RunCodec(const CommandLine& line, ToolIo& io, const char* verb, const char* stage,
+             Code code) {
   CodecFiles files;
   if (!files.Open(line.operands[0], line.operands[1])) {
-    return ReportCodecFailure(io, "compress", line, kLzhufOpenFailed, files.failedPath);
+    return ReportCodecFailure(io, verb, line, kLzhufOpenFailed, files.failedPath);
   }
   const int64_t size = StreamSize(files.in.get());
   auto codec = std::make_unique<LzhufCodec>();
   int result = kLzhufOk;
   {
     ProgressDisplay display(io.err, io.errIsTerminal);
-    CountingSource source(files.in.get(), display, "compressing", size);
+    CountingSource source(files.in.get(), display, stage, size);
     LzhufFileSink sink(files.out.get());
-    result = LzhufEncode(*codec, source, static_cast<uint64_t>(size), sink);
+    result = code(*codec, source, static_cast<uint64_t>(size), sink);
   }
   result = files.CloseOutput(result);
-  if (result != kLzhufOk) return ReportCodecFailure(io, "compress", line, result, "");
+  if (result != kLzhufOk) return ReportCodecFailure(io, verb, line, result, "");
   return ReportSizes(io, line);
+}
+
+}  // namespace
+
+int RunCompress(const CommandLine& line, ToolIo& io) {
+  return RunCodec(line, io, "compress", "compressing",
+                  [](LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
+                    return LzhufEncode(codec, source, size, sink);
+                  });
 }
 
 int RunDecompress(const CommandLine& line, ToolIo& io) {
   uint64_t limit = 0;  // the parser has checked the number
   ParseByteCount(line.Value(kLimitOption, "0"), limit);
-  CodecFiles files;
-  if (!files.Open(line.operands[0], line.operands[1])) {
-    return ReportCodecFailure(io, "decompress", line, kLzhufOpenFailed, files.failedPath);
-  }
-  const int64_t size = StreamSize(files.in.get());
-  auto codec = std::make_unique<LzhufCodec>();
-  int result = kLzhufOk;
-  {
-    ProgressDisplay display(io.err, io.errIsTerminal);
-    CountingSource source(files.in.get(), display, "decompressing", size);
-    LzhufFileSink sink(files.out.get());
-    result = LzhufDecode(*codec, source, sink, limit);
-  }
-  result = files.CloseOutput(result);
-  if (result != kLzhufOk) return ReportCodecFailure(io, "decompress", line, result, "");
-  return ReportSizes(io, line);
+  return RunCodec(line, io, "decompress", "decompressing",
+                  [limit](LzhufCodec& codec, LzhufSource& source, uint64_t, LzhufSink& sink) {
+                    return LzhufDecode(codec, source, sink, limit);
+                  });
 }
 
 }  // namespace tk
