@@ -12,38 +12,29 @@
 
 #include "lzhuf/lzhuf.h"
 #include "support/fault_injection_fixture.h"
+#include "support/test_util.h"
 
 namespace tk {
 namespace {
 
-class LzhufFaultTest : public ::testing::Test {
+class LzhufFaultTest : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/tk_lzhuf_fault.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
   // A file of `size` random bytes (no two inputs alike, so nothing compresses away).
   std::string WriteRandomFile(const std::string& name, size_t size) const {
     std::mt19937 random(static_cast<unsigned>(size));
     std::string bytes(size, '\0');
     for (char& c : bytes) c = static_cast<char>(random());
-    std::ofstream(Path(name), std::ios::binary) << bytes;
-    return Path(name);
+    std::ofstream(P(name), std::ios::binary) << bytes;
+    return P(name);
   }
 
   // The compressed form of the random file `name`.
   std::string WritePackedFile(const std::string& name, size_t size) const {
     const std::string plain = WriteRandomFile(name + ".plain", size);
-    EXPECT_EQ(LzhufEncodeFile(*codec_, plain.c_str(), Path(name).c_str()), kLzhufOk);
-    return Path(name);
+    EXPECT_EQ(LzhufEncodeFile(*codec_, plain.c_str(), P(name).c_str()), kLzhufOk);
+    return P(name);
   }
 
-  std::string dir_;
   std::unique_ptr<LzhufCodec> codec_ = std::make_unique<LzhufCodec>();
 };
 
@@ -64,7 +55,7 @@ TEST_F(LzhufFaultTest, FileSizeLimitGives145AndLeavesWhatFitted) {
   const std::string plain = WriteRandomFile("plain", 100000);
   const std::string packed = WritePackedFile("packed", 100000);
   for (const rlim_t limit : {rlim_t{0}, rlim_t{3}, rlim_t{4096}}) {
-    const std::string encoded = Path("encoded"), decoded = Path("decoded");
+    const std::string encoded = P("encoded"), decoded = P("decoded");
     const auto report = fault::RunInChild([&] {
       if (!fault::LimitFileSize(limit)) return std::string("no limit");
       LzhufCodec& codec = *codec_;
