@@ -2,6 +2,8 @@
 #include <stdio_ext.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <new>
 
@@ -70,6 +72,42 @@ bool CopyRange(FILE* source, FILE* destination, int64_t offset, int64_t length,
   return remainder == 0 || MoveBytes(source, destination, buffer, remainder);
 }
 
+// copy_file_range refuses with these when it cannot copy between the two descriptors
+// at all (another file system on an older kernel, a device, a pipe, an appending
+// destination); the bytes can still travel through user space.
+bool KernelRefused(int error) {
+  return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
+         error == EBADF;
+}
+
+// Writes all `count` bytes, going on after short writes and interruptions.
+bool WriteAll(int fd, const char* bytes, size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(fd, bytes, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes += written;
+    count -= static_cast<size_t>(written);
+  }
+  return true;
+}
+
+// CopyDescriptorRange through user space: reads at explicit offsets, so that no file
+// position but the destination's moves.
+bool CopyDescriptorBlocks(int source, int64_t offset, int destination, int64_t length) {
+  CopyBuffer buffer = AllocateCopyBuffer();
+  if (buffer == nullptr) return false;
+  while (length > 0) {
+    const size_t want = static_cast<size_t>(std::min(length, static_cast<int64_t>(kCopyBlock)));
+    const ssize_t got = pread64(source, buffer.get(), want, offset);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0 || !WriteAll(destination, buffer.get(), static_cast<size_t>(got))) return false;
+    offset += got;
+    length -= got;
+  }
+  return true;
+}
+
 // CopyFile and AppendFileRange: `destinationMode` decides between replacing and
 // appending. The buffer comes first so that a failed allocation touches no file.
 int CopyFileRange(const char* source, const char* destination, const char* destinationMode,
@@ -97,6 +135,25 @@ int CopyStreamRange(FILE* source, FILE* destination, int64_t offset, int64_t len
   CopyBuffer buffer = AllocateCopyBuffer();
   if (buffer == nullptr) return 0;
   return CopyRange(source, destination, offset, length, buffer.get()) ? 1 : 0;
+}
+
+int CopyDescriptorRange(int source, int64_t offset, int destination, int64_t length) {
+  if (offset < 0 || length < 0) return 0;
+  loff_t from = offset;
+  for (int64_t left = length; left > 0;) {
+    const ssize_t moved =
+        copy_file_range(source, &from, destination, nullptr, static_cast<size_t>(left), 0);
+    if (moved > 0) {
+      left -= moved;
+    } else if (moved < 0 && errno == EINTR) {
+      continue;
+    } else if (moved < 0 && KernelRefused(errno)) {
+      return CopyDescriptorBlocks(source, from, destination, left) ? 1 : 0;
+    } else {
+      return 0;  // an error, or the source ended early
+    }
+  }
+  return 1;
 }
 
 int CopyFile(const char* source, const char* destination, int64_t offset, int64_t length) {

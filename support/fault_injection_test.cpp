@@ -2,6 +2,7 @@
 // conversion whose temporary file cannot be written, and directories the process may
 // not write (a root run works from a child that has become "nobody"). Results are the
 // documented failure values, and nothing is left that was not there before.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <functional>
@@ -31,6 +32,17 @@ TEST_F(SupportFaultTest, CopiesOntoAFullDeviceFail) {
   UniqueFile full(std::fopen("/dev/full", "wb"));
   ASSERT_TRUE(in && full);
   EXPECT_EQ(CopyStreamRange(in.get(), full.get(), 10, 50000), 0);
+  // The device refuses an in-kernel copy; the block copy then meets the full device.
+  UniqueDescriptor fullDevice(open("/dev/full", O_WRONLY));
+  EXPECT_EQ(CopyDescriptorRange(fileno(in.get()), 10, fullDevice.get(), 50000), 0);
+  // A file that may not grow past 4096 bytes stops the in-kernel copy half-way.
+  EXPECT_EQ(fault::RunInChild([&] {
+              UniqueDescriptor out(open(P("limited").c_str(), O_WRONLY | O_CREAT, 0600));
+              if (!fault::LimitFileSize(4096)) return std::string("no limit");
+              return std::to_string(CopyDescriptorRange(fileno(in.get()), 10, out.get(), 50000));
+            }),
+            "0");
+  EXPECT_EQ(std::filesystem::file_size(P("limited")), 4096u);
 }
 
 // The converted copy goes to a temporary that cannot be written (a link to the full

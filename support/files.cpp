@@ -2,6 +2,7 @@
 // of the file-system utilities; directories are in directories.cpp, copies in copies.cpp.
 #include "support/files.h"
 
+#include <fcntl.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -78,22 +79,45 @@ int CreateUniqueFile(char* name, size_t capacity, const std::string& directory,
   }
 }
 
+// Calls `open` until it gives something other than `failed`. Once an open has failed
+// for want of descriptors or memory, it is tried again every 0.5 s until more than
+// kOpenRetrySeconds have passed; any other first failure is final.
+template <typename Result, typename Open>
+Result OpenWithRetry(Open open, Result failed) {
+  Result result = open();
+  if (result == failed && IsResourceShortage(errno)) {
+    const time_t first_failure = time(nullptr);
+    while (result == failed) {
+      PauseMicros(kOpenRetryPauseMicros);
+      result = open();
+      if (time(nullptr) - first_failure > kOpenRetrySeconds) break;
+    }
+  }
+  return result;
+}
+
 }  // namespace
 
 FILE* OpenFile(const char* path, const char* mode) {
   // The "e" flag opens the descriptor close-on-exec in the same call, so programs
   // started later never inherit it and no second system call is spent per file.
   const std::string closeOnExec = std::string(mode) + "e";
-  FILE* f = fopen64(path, closeOnExec.c_str());
-  if (f == nullptr && IsResourceShortage(errno)) {
-    const time_t first_failure = time(nullptr);
-    while (f == nullptr) {
-      PauseMicros(kOpenRetryPauseMicros);
-      f = fopen64(path, closeOnExec.c_str());
-      if (time(nullptr) - first_failure > kOpenRetrySeconds) break;
-    }
-  }
-  return f;
+  return OpenWithRetry([&] { return fopen64(path, closeOnExec.c_str()); },
+                       static_cast<FILE*>(nullptr));
+}
+
+int OpenDescriptor(const char* path, int flags, mode_t mode) {
+  return OpenWithRetry([&] { return open(path, flags | O_CLOEXEC, mode); }, -1);
+}
+
+UniqueDescriptor::~UniqueDescriptor() {
+  if (fd_ >= 0) close(fd_);
+}
+
+int UniqueDescriptor::Close() {
+  const int fd = fd_;
+  fd_ = -1;
+  return close(fd);
 }
 
 TempFileGuard::~TempFileGuard() {

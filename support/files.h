@@ -15,6 +15,8 @@
 #ifndef TAVIK_SUPPORT_FILES_H_
 #define TAVIK_SUPPORT_FILES_H_
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -29,6 +31,26 @@ namespace tk {
 // (EMFILE, ENFILE, ENOMEM) it retries every 0.5 s for up to 10 s; other errors fail
 // at once. The descriptor is marked close-on-exec. Returns the stream or null.
 FILE* OpenFile(const char* path, const char* mode);
+
+// open(2) of `path` with `flags` (O_WRONLY | O_CREAT | O_TRUNC, ...) plus O_CLOEXEC, and
+// `mode` for a file it creates (less the umask); retries as OpenFile does when
+// descriptors or memory run out. Returns the descriptor, or -1 with errno set.
+int OpenDescriptor(const char* path, int flags, mode_t mode);
+
+// Owner of an open descriptor: closes it when it goes out of scope. Close() closes it
+// at once and returns close's result, so that a late write error is not lost.
+class UniqueDescriptor {
+ public:
+  explicit UniqueDescriptor(int fd) : fd_(fd) {}
+  ~UniqueDescriptor();
+  UniqueDescriptor(const UniqueDescriptor&) = delete;
+  UniqueDescriptor& operator=(const UniqueDescriptor&) = delete;
+  int get() const { return fd_; }
+  int Close();
+
+ private:
+  int fd_;
+};
 
 // Owner of an open stream: closes it when it goes out of scope.
 struct FileCloser {
@@ -144,6 +166,14 @@ uint32_t FindInStream(FILE* stream, const char* text);
 // `offset` past the end (nothing to read there) and any other negative `length`
 // give 0. Neither stream is closed or rewound.
 int CopyStreamRange(FILE* source, FILE* destination, int64_t offset, int64_t length);
+
+// Copies exactly `length` bytes of descriptor `source`, starting at `offset`, to the
+// current position of descriptor `destination`; the source's file position does not
+// move. The kernel copies (copy_file_range) where it can; where it refuses (another file
+// system, a device, a pipe) the rest goes in 16384-byte blocks. Returns 1, or 0 when the
+// source ends early, a read or a write fails, or `offset` or `length` is negative; a
+// partial copy stays.
+int CopyDescriptorRange(int source, int64_t offset, int destination, int64_t length);
 
 // CopyStreamRange from file `source` into file `destination`, created or
 // truncated. Returns 1 or 0 (0 also for null or "" paths); a partial copy stays.
