@@ -1,5 +1,6 @@
 #include "package/record_applier.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <vector>
@@ -15,6 +16,9 @@ namespace {
 
 // [Exec] makes a file rwxr-xr-x; it never runs anything.
 constexpr mode_t kExecMode = 0755;
+
+// Installed files get what creation gives (rw for all, less the umask), as fopen would.
+constexpr mode_t kNewFileMode = 0666;
 
 }  // namespace
 
@@ -96,14 +100,16 @@ bool RecordApplier::ApplyDir(const PackageRecord& record) {
   return true;
 }
 
-// The reader has already moved past the content; it is copied from where it starts.
+// The reader has already moved past the content; it is copied from where it starts,
+// straight between the descriptors: the stream's own position and buffer stay as the
+// reader left them. A close that fails may have lost written bytes, so it fails too.
 bool RecordApplier::ApplyFile(const PackageRecord& record) {
   const std::string path = current_ + record.name;
-  UniqueFile out(OpenFile(path.c_str(), "wb"));
-  if (out == nullptr) return Fail("Cannot create file " + path);
-  const int copied = CopyStreamRange(stream_, out.get(), record.contentOffset,
-                                     static_cast<int64_t>(record.size));
-  const bool closed = std::fclose(out.release()) == 0;
+  UniqueDescriptor out(OpenDescriptor(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewFileMode));
+  if (out.get() < 0) return Fail("Cannot create file " + path);
+  const int copied =
+      CopyDescriptorRange(fileno(stream_), record.contentOffset, out.get(), record.available);
+  const bool closed = out.Close() == 0;
   if (copied == 0 || !closed) return Fail("Cannot create file " + path);
   return true;
 }
