@@ -1,5 +1,8 @@
 #include "package/record_reader.h"
 
+#include <stdio_ext.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -176,7 +179,7 @@ bool PackageRecordReader::ReadKeys(PackageRecord& record) {
   }
 }
 
-// Name and Size, then a seek past the content: the content itself is never read here.
+// Name and Size, then the stream is moved past the content, which is not looked at.
 bool PackageRecordReader::ReadFileKeys(PackageRecord& record) {
   std::string size;
   if (!ReadKey(kNameKey, record.name, record) || !ReadKey(kSizeKey, size, record)) {
@@ -187,8 +190,7 @@ bool PackageRecordReader::ReadFileKeys(PackageRecord& record) {
   // A size beyond the largest offset would wrap into a seek backwards, which could bring
   // the same record round again and again: it counts as a seek that failed.
   const auto room = static_cast<uint64_t>(INT64_MAX - record.contentOffset);
-  if (record.size > room ||
-      SeekFile(stream_, static_cast<int64_t>(record.size), SEEK_CUR) != 0) {
+  if (record.size > room || !SkipContent(record)) {
     record.problem = "cannot seek past the content";
     return false;
   }
@@ -198,6 +200,25 @@ bool PackageRecordReader::ReadFileKeys(PackageRecord& record) {
                          ? remaining
                          : static_cast<int64_t>(record.size);
   return true;
+}
+
+// Content that fits the stream's buffer is read on and dropped: a seek costs a system
+// call even within the buffer, while reading on costs at most the refill that the next
+// line needs anyway. Longer content is sought past, and so is the end of a content cut
+// short by the end of the stream, so that the stream always stands right after it.
+bool PackageRecordReader::SkipContent(const PackageRecord& record) {
+  if (record.size <= __fbufsize(stream_)) {
+    uint64_t left = record.size;
+    while (left > 0) {
+      const size_t chunk = static_cast<size_t>(std::min<uint64_t>(left, buffer_.size()));
+      const size_t got = std::fread(buffer_.data(), 1, chunk, stream_);
+      left -= got;
+      if (got < chunk) break;
+    }
+    if (left == 0) return true;
+  }
+  const int64_t end = record.contentOffset + static_cast<int64_t>(record.size);
+  return SeekFile(stream_, end, SEEK_SET) == 0;
 }
 
 bool PackageRecordReader::ReadRmDirKeys(PackageRecord& record) {

@@ -1,7 +1,9 @@
 // Reader of the decompressed record stream of a package: checks the magic and version
-// lines, then hands out one record at a time (section line plus key lines), seeking past
-// file contents without reading them. It only reads: installation applies the records it
-// hands out, and listing or verifying tools walk the same records without writing.
+// lines, then hands out one record at a time (section line plus key lines), moving past
+// file contents without looking at them: a content that fits the stream's buffer is read
+// on and dropped, a longer one sought past. It only reads: installation applies the
+// records it hands out, and listing or verifying tools walk the same records without
+// writing.
 //
 // Lines are read with ReadTextLine into a kLineBufferSize buffer, so a line of more than
 // 2046 characters arrives as several lines. Every line looked at is whitespace-normalised
@@ -100,6 +102,7 @@ class PackageRecordReader {
   bool ReadKey(const char* key, std::string& value, PackageRecord& record);
   bool ReadKeys(PackageRecord& record);
   bool ReadFileKeys(PackageRecord& record);
+  bool SkipContent(const PackageRecord& record);
   bool ReadRmDirKeys(PackageRecord& record);
   void ReadOtherLines(PackageRecord& record);
   void StartRecord(PackageRecord& record, std::string section, int64_t offset);

@@ -60,6 +60,48 @@ TEST_F(RecordReaderTest, RecognisesSectionsKeysAndBadRecords) {
   for (const auto& c : cases) EXPECT_EQ(Walk(c.body), c.records) << c.body;
 }
 
+// Contents shorter and longer than the stream's buffer and across its edges, holding
+// record-like lines: each record is found where it stands, the stream is left right after
+// each content (also after the last one, cut short by the end of the stream), and
+// installation writes every content's bytes.
+TEST_F(RecordReaderTest, MovesPastContentsOfAnySizeAroundTheBuffer) {
+  const std::vector<size_t> sizes = {0, 1, 63, 64, 65, 4095, 4096, 4097, 9000, 3000};
+  std::string stream = kMagic + std::string("[Dir]\nName = \n\n");
+  std::vector<std::string> contents;
+  std::vector<int64_t> offsets;
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    std::string content;
+    while (content.size() < sizes[i]) content += "[Exec]\nName = " + std::to_string(i) + "\n";
+    content.resize(i + 1 < sizes.size() ? sizes[i] : 100);
+    offsets.push_back(static_cast<int64_t>(stream.size()));
+    stream += "[File]\nName = f" + std::to_string(i) + "\nSize = " + std::to_string(sizes[i]) +
+              "\n" + content + (i + 1 < sizes.size() ? "\n\n" : "");
+    contents.push_back(content);
+  }
+  WriteFile("sizes.stream", stream);
+  for (const size_t bufferSize : {size_t{0}, size_t{64}, size_t{4096}}) {
+    std::vector<char> buffer(bufferSize);
+    UniqueFile f(OpenFile(Path("sizes.stream").c_str(), "r"));
+    std::setvbuf(f.get(), bufferSize ? buffer.data() : nullptr, bufferSize ? _IOFBF : _IONBF,
+                 bufferSize);
+    PackageRecordReader reader(f.get());
+    PackageRecord r;
+    ASSERT_TRUE(reader.ReadMagic() && reader.Next(r) == Status::kRecord);
+    for (size_t i = 0; i < sizes.size(); ++i) {
+      ASSERT_EQ(reader.Next(r), Status::kRecord) << bufferSize << " " << i;
+      EXPECT_EQ(r.name + " " + std::to_string(r.offset), "f" + std::to_string(i) + " " +
+                                                             std::to_string(offsets[i]));
+      EXPECT_EQ(r.available, static_cast<int64_t>(contents[i].size()));
+      EXPECT_EQ(TellFile(f.get()), r.contentOffset + static_cast<int64_t>(sizes[i]));
+    }
+    EXPECT_EQ(reader.Next(r), Status::kEnd);
+  }
+  ASSERT_TRUE(package_.InstallPackage(WriteStream(stream).c_str(), Path("dest").c_str(), 0));
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    EXPECT_EQ(ReadFile(Path("dest/f" + std::to_string(i))), contents[i]) << i;
+  }
+}
+
 TEST(RecordNames, EscapingNamesAreRecognised) {
   for (const char* name : {"/etc", "..", "a/../../b", "a\\..\\b", "\\abs"}) {
     EXPECT_TRUE(NameEscapesInstallation(name)) << name;
