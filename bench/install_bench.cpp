@@ -1,15 +1,17 @@
 // How much the record work of InstallPackage adds on top of decoding the package.
 //
-// Assembles a deterministic tree of about 40 MB (text: the first files of /usr/include in
-// sorted order; binary: the first regular files of /usr/lib in sorted order), builds one
-// package from it with BuildPackage, then times
+// Packs a tree with BuildPackage: the files below the directory given as argument (the
+// codec benchmark's corpus: build/release/bench-codec after bench/codec), or by default a
+// deterministic tree of about 40 MB and two thousand files (text: the first files of
+// /usr/include in sorted order; binary: the first regular files of /usr/lib in sorted
+// order), which makes the per-file cost of installing show. Then it times
 //   BM_DecodeOnly  LzhufDecodeFile of the package into a plain file, and
 //   BM_Install     InstallPackage of the same package into a fresh directory
 // and prints the share the records add (install / decode - 1). The goal is at most 25%.
 // The scratch directory (corpus, package, installations) is TK_BENCH_DIR, /dev/shm or /tmp.
 //
 // Run: cmake --preset release && cmake --build --preset release --target install_bench &&
-//      build/release/bin/install_bench
+//      build/release/bin/install_bench [build/release/bench-codec]
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -79,18 +81,25 @@ void CopyFirstFiles(const fs::path& from, const fs::path& to, std::uintmax_t bud
 
 // The scratch directory lives in TK_BENCH_DIR when set, else in /dev/shm (memory, so
 // that the disk's inode allocation does not drown what is measured), else in /tmp.
-bool PrepareCorpus() {
+// The tree is a copy of `source` when given (e.g. the codec benchmark's corpus files),
+// else the first files of /usr/include and /usr/lib.
+bool PrepareCorpus(const char* source) {
   const char* parent = std::getenv("TK_BENCH_DIR");
   if (parent == nullptr) parent = fs::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
   std::string pattern = std::string(parent) + "/tk_install_bench.XXXXXX";
   if (mkdtemp(pattern.data()) == nullptr) return false;
   gCorpus.root = pattern;
   const fs::path tree = gCorpus.root + "/tree";
-  CopyFirstFiles("/usr/include", tree / "include", kTextBytes, kTextBytes);
-  CopyFirstFiles("/usr/lib", tree / "lib", kBinaryBytes, kLargestBinaryFile);
   const std::string description = gCorpus.root + "/corpus.desc";
-  std::ofstream(description) << "[HEADER]\nName = install bench corpus\n"
-                             << "[include]\ncopydirsub:\n[lib]\ncopydirsub:\n";
+  if (source != nullptr) {
+    CopyFirstFiles(source, tree / "corpus", UINTMAX_MAX, UINTMAX_MAX);
+    std::ofstream(description) << "[corpus]\ncopydirsub:\n";
+  } else {
+    CopyFirstFiles("/usr/include", tree / "include", kTextBytes, kTextBytes);
+    CopyFirstFiles("/usr/lib", tree / "lib", kBinaryBytes, kLargestBinaryFile);
+    std::ofstream(description) << "[HEADER]\nName = install bench corpus\n"
+                               << "[include]\ncopydirsub:\n[lib]\ncopydirsub:\n";
+  }
   gCorpus.package = gCorpus.root + "/corpus.pkg";
   tk::TkPackage package;
   if (!package.BuildPackage(description.c_str(), tree.c_str(), gCorpus.package.c_str())) {
@@ -167,7 +176,11 @@ double PercentAdded(double install, double decode) { return (install / decode - 
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  if (!PrepareCorpus()) return 1;
+  if (argc > 2 || (argc == 2 && !fs::is_directory(argv[1]))) {
+    std::fprintf(stderr, "usage: install_bench [benchmark flags] [DIRECTORY]\n");
+    return 2;
+  }
+  if (!PrepareCorpus(argc == 2 ? argv[1] : nullptr)) return 1;
   std::printf("corpus: %zu files, %.1f MB; package %.1f MB\n", gCorpus.files,
               static_cast<double>(gCorpus.bytes) / 1e6,
               static_cast<double>(fs::file_size(gCorpus.package)) / 1e6);
