@@ -15,6 +15,7 @@
 #include "installer/test_process.h"
 #include "lzhuf/lzhuf.h"
 #include "package/package.h"
+#include "support/test_util.h"
 
 namespace tk {
 namespace {
@@ -68,16 +69,15 @@ string ScriptSays(const string& destination) { return "post-install in " + desti
 
 // A temporary root holding: src/ (package sources), dist/ (the distribution folder,
 // the installer's working directory) and the destinations.
-class InstallerTest : public ::testing::Test {
+class InstallerTest : public test::TempDirTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/tk_installer_test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
+    TempDirTest::SetUp();
+    if (HasFatalFailure()) return;
+    root_ = dir_;
     dist_ = root_ + "/dist";
     BuildPackages(dist_, kScript);
   }
-  void TearDown() override { fs::remove_all(root_); }
 
   static void Write(const string& path, const string& content) {
     fs::create_directories(fs::path(path).parent_path());

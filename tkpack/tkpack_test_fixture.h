@@ -17,21 +17,21 @@
 #include <vector>
 
 #include "installer/test_process.h"
+#include "support/test_util.h"
 #include "lzhuf/lzhuf.h"
 #include "tkpack/tool.h"
 
 namespace tk {
 
-class TkpackTest : public ::testing::Test {
+class TkpackTest : public test::TempDirTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/tk_tkpack_test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
+    TempDirTest::SetUp();
+    if (HasFatalFailure()) return;
+    root_ = dir_;
     std::filesystem::create_directory(Path("tmp"));
     umask(022);  // file modes in the expectations assume it
   }
-  void TearDown() override { std::filesystem::remove_all(root_); }
 
   std::string Path(const std::string& relative) const { return root_ + "/" + relative; }
 
