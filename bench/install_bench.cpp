@@ -50,8 +50,9 @@ Corpus gCorpus;
 std::vector<fs::path> SortedFiles(const fs::path& from) {
   std::vector<fs::path> files;
   std::error_code error;
-  for (fs::recursive_directory_iterator it(from, fs::directory_options::skip_permission_denied,
-                                           error), end;
+  for (fs::recursive_directory_iterator
+           it(from, fs::directory_options::skip_permission_denied, error),
+       end;
        it != end; it.increment(error)) {
     if (error) break;
     const std::string name = it->path().filename().string();

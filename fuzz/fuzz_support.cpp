@@ -67,7 +67,7 @@ void MakeSourceTree(const std::string& base) {
       {"Conf/tavik.ini", "[Main]\r\nName = tavik\r\nPort=8080\r\n[Exec]\nName = x\n\n"},
       {"Conf/skip", "skipped by excludefile\n"},
       {"Doc/notes.txt", "notes\nline two"},
-      {"Lib/libx.so", std::string_view("\x7f" "ELF\0\0\r\n[File]\nSize = 9\n\xff", 23)},
+      {"Lib/libx.so", std::string_view("\177ELF\0\0\r\n[File]\nSize = 9\n\xff", 23)},
       {"Lib/sub/liby.so", "y"},
       {"Lib/sub/old.bak", "excluded"},
       {"Lib/tmp/z", "in an excluded directory"},

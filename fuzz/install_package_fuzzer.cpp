@@ -72,8 +72,8 @@ void CheckErrorText(const std::string& error, const std::string& package,
   }
   if (error == "Bad package file " + package) return;
   static const char* const kPathMessages[] = {
-      "cannot create directory: ", "cannot remove directory: ", "Cannot create file ",
-      "Cannot change file access rigths ", "Cannot set text file ", "cannot list directory: ",
+      "cannot create directory: ",         "cannot remove directory: ", "Cannot create file ",
+      "Cannot change file access rigths ", "Cannot set text file ",     "cannot list directory: ",
   };
   for (const char* message : kPathMessages) {
     if (!error.starts_with(message)) continue;

@@ -28,8 +28,8 @@ constexpr uint64_t kLongestMatch = tk::kLzhufLookahead;
 
 // The length stated by the header, sign-extended from 32 bits as the decoder does.
 uint64_t StatedLength(const uint8_t* data) {
-  const uint32_t raw = data[0] | (data[1] << 8) | (data[2] << 16) |
-                       (static_cast<uint32_t>(data[3]) << 24);
+  const uint32_t raw =
+      data[0] | (data[1] << 8) | (data[2] << 16) | (static_cast<uint32_t>(data[3]) << 24);
   return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(raw)));
 }
 
@@ -41,8 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint64_t limit = kOutputPerInputByte * size + kOutputSlack;
   std::vector<uint8_t> out;
   const int result = tk::LzhufDecodeBuffer(*codec, std::span(data, size), out, limit);
-  const std::string got = " result " + std::to_string(result) + ", " +
-                          std::to_string(out.size()) + " bytes";
+  const std::string got =
+      " result " + std::to_string(result) + ", " + std::to_string(out.size()) + " bytes";
   if (size < 4) {
     Expect(result == tk::kLzhufNoHeader && out.empty(), "short input:", got);
     return 0;

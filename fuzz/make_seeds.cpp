@@ -162,8 +162,7 @@ bool WriteAllSeeds(const std::string& directory) {
     return false;
   }
   SeedWriter out(directory);
-  return WriteCodecSeeds(out, stream) && WriteStreamSeeds(out, stream, perl) &&
-         WriteTextSeeds(out);
+  return WriteCodecSeeds(out, stream) && WriteStreamSeeds(out, stream, perl) && WriteTextSeeds(out);
 }
 
 }  // namespace

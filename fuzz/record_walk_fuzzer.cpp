@@ -54,12 +54,11 @@ void CheckFile(const PackageRecord& record, FILE* stream, int64_t streamSize) {
              position == record.contentOffset + static_cast<int64_t>(record.size),
          "the stream does not stand right after the content",
          what + ": Size = " + std::to_string(record.size) + ", content at " +
-             std::to_string(record.contentOffset) + ", stream now at " +
-             std::to_string(position));
+             std::to_string(record.contentOffset) + ", stream now at " + std::to_string(position));
 }
 
-void CheckRecord(const PackageRecord& record, PackageRecordReader::Status status,
-                 WalkState& state, FILE* stream, int64_t streamSize) {
+void CheckRecord(const PackageRecord& record, PackageRecordReader::Status status, WalkState& state,
+                 FILE* stream, int64_t streamSize) {
   const std::string where = " (record " + std::to_string(record.index) + ")";
   Expect(record.index == ++state.index, "records are not counted one by one", where);
   Expect(record.offset >= 0 && record.offset < streamSize, "offset outside the stream", where);

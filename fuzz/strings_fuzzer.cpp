@@ -27,8 +27,7 @@ void CheckTrimWhitespace(const std::string& input) {
       Expect(s.size() <= input.size(), "TrimWhitespace made the text longer");
       if (collapse) {
         Expect(s.find_first_of("\t\r\n") == std::string::npos &&
-                   s.find("  ") == std::string::npos && !s.starts_with(' ') &&
-                   !s.ends_with(' '),
+                   s.find("  ") == std::string::npos && !s.starts_with(' ') && !s.ends_with(' '),
                "TrimWhitespace left whitespace behind: ", s);
       }
       if (removeAll) {

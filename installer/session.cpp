@@ -97,8 +97,7 @@ std::string FindInstallerDirectory(char* buffer, const char* programPath) {
 
 // Settles the two package paths; writes the message and returns false when either
 // package cannot be found.
-bool LocatePackages(char* buffer, const std::string& installerDirectory,
-                    PackagePaths& packages) {
+bool LocatePackages(char* buffer, const std::string& installerDirectory, PackagePaths& packages) {
   packages.core = installerDirectory + kCorePackage;
   packages.platform = installerDirectory + kPlatformPackage;
   if (!FileExists(packages.core.c_str())) packages.core = kCoreFallback;
@@ -148,8 +147,7 @@ bool IsQuit(const std::string& answer) { return !answer.empty() && answer[0] == 
 
 // Asks for the destination until it is confirmed. False when the administrator quits.
 // A refused directory is not remembered: the next prompt proposes the same default.
-bool AskDestination(char* buffer, const std::string& defaultDirectory,
-                    std::string& destination) {
+bool AskDestination(char* buffer, const std::string& defaultDirectory, std::string& destination) {
   for (;;) {
     ComposeAndWrite(buffer, "\n\nPlease enter TAVIK destination directory (%s) => ",
                     defaultDirectory.c_str());
@@ -216,8 +214,7 @@ void WriteProfileChanges(char* buffer, const std::string& destination) {
   const char* directory = destination.c_str();
   ComposeAndWrite(buffer, "\n\n  Set the environment variable TAVIK=%s", directory);
   ComposeAndWrite(buffer, "\n  Add %s/Bin to the PATH environment variable", directory);
-  ComposeAndWrite(buffer, "\n  Add %s/Bin to the LD_LIBRARY_PATH environment variable",
-                  directory);
+  ComposeAndWrite(buffer, "\n  Add %s/Bin to the LD_LIBRARY_PATH environment variable", directory);
 }
 
 }  // namespace

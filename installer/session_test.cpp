@@ -53,14 +53,15 @@ string Success(const string& dir, const string& to, const string& scriptSays, bo
                const string& core = "") {
   const string profileLines =
       "\n\nPLEASE DO THE FOLLOWING CHANGES TO THE PROFILE OF THE USER RUNNING TAVIK:"
-      "\n\n  Set the environment variable TAVIK=" + to + "\n  Add " + to +
-      "/Bin to the PATH environment variable\n  Add " + to +
+      "\n\n  Set the environment variable TAVIK=" +
+      to + "\n  Add " + to + "/Bin to the PATH environment variable\n  Add " + to +
       "/Bin to the LD_LIBRARY_PATH environment variable";
-  return Installing(to) + Package(core.empty() ? dir + "tavik_core.pkg" : core,
-                                  "\nDirectory Bin\nDirectory Java\nDirectory Doc") +
+  return Installing(to) +
+         Package(core.empty() ? dir + "tavik_core.pkg" : core,
+                 "\nDirectory Bin\nDirectory Java\nDirectory Doc") +
          Package(dir + "tavik_linux64.pkg", "\nDirectory Lib") + "\nUpdating environment..." +
-         scriptSays + "\n\nInstallation terminated successfully\n" +
-         (profile ? profileLines : "") + "\n\nPress enter to continue";
+         scriptSays + "\n\nInstallation terminated successfully\n" + (profile ? profileLines : "") +
+         "\n\nPress enter to continue";
 }
 
 string ScriptSays(const string& destination) { return "post-install in " + destination + "\n"; }
@@ -94,15 +95,16 @@ class InstallerTest : public test::TempDirTest {
     Write(root_ + "/src/core/Bin/tavik", "#!/bin/sh\necho tavik\n");
     Write(root_ + "/src/core/Java/tkinstall", script);
     Write(root_ + "/src/core/Doc/notes.txt", "one\r\ntwo\r\n");
-    Write(root_ + "/src/core.desc", "[Bin]\ncopyfile: tavik\nexec: tavik\n[Java]\n"
+    Write(root_ + "/src/core.desc",
+          "[Bin]\ncopyfile: tavik\nexec: tavik\n[Java]\n"
           "copyfile: tkinstall\n[Doc]\ncopyfile: notes.txt\ntextfile: notes.txt\n");
     Write(root_ + "/src/platform/Lib/libtavik.so", "platform library\n");
     Write(root_ + "/src/platform.desc", "[Lib]\ncopyfile: libtavik.so\n");
     fs::create_directories(directory);
     TkPackage builder;
     for (const string name : {"core", "platform"}) {
-      const string from = root_ + "/src/" + name, to = directory + "/tavik_" +
-                          (name == "core" ? "core" : "linux64") + ".pkg";
+      const string from = root_ + "/src/" + name,
+                   to = directory + "/tavik_" + (name == "core" ? "core" : "linux64") + ".pkg";
       ASSERT_TRUE(builder.BuildPackage((from + ".desc").c_str(), from.c_str(), to.c_str()))
           << builder.ErrorText();
     }
@@ -111,8 +113,13 @@ class InstallerTest : public test::TempDirTest {
   // Runs tkinstall in dist/ as `programPath` with TAVIK set to `tavik` (or unset).
   test::ChildResult Run(const string& input, const std::optional<string>& tavik,
                         const string& programPath = "./tkinstall", size_t stopAfter = 16 << 20) {
-    return test::RunChild({TK_BIN_DIR "/tkinstall", {programPath, "ignored argument"}, input,
-                           dist_, {{"TAVIK", tavik}}, 60, stopAfter});
+    return test::RunChild({TK_BIN_DIR "/tkinstall",
+                           {programPath, "ignored argument"},
+                           input,
+                           dist_,
+                           {{"TAVIK", tavik}},
+                           60,
+                           stopAfter});
   }
 
   // The whole output and status of a run, and that nothing was said on standard error.
@@ -147,8 +154,12 @@ class InstallerTest : public test::TempDirTest {
 TEST_F(InstallerTest, SuccessfulRuns) {
   enum Script { kRuns, kNotFound, kFails };
   const string d = root_ + "/d", no = root_ + "/no";
-  const struct { std::optional<string> tavik; string in, asked, to; bool profile; Script script; }
-  cases[] = {
+  const struct {
+    std::optional<string> tavik;
+    string in, asked, to;
+    bool profile;
+    Script script;
+  } cases[] = {
       {std::nullopt, d + "1\n\n\n", Ask("/usr/tavik", d + "1"), d + "1", true, kRuns},
       {"  " + d + "2/ ", "\ny\n\n", Ask(d + "2", d + "2"), d + "2", false, kRuns},
       {d + "3", root_ + "/D3\nY\n\n", Ask(d + "3", root_ + "/D3"), root_ + "/D3", false, kRuns},
@@ -173,7 +184,9 @@ TEST_F(InstallerTest, SuccessfulRuns) {
 // Only argument 0 places the packages: the part before its last "tkinstall", ignoring
 // case, even inside a file name. The core package falls back to ../tavik_core.pkg.
 TEST_F(InstallerTest, PackagesAreFoundBesideTheProgramPath) {
-  const struct { string programPath, packageDirectory, shownDirectory; } cases[] = {
+  const struct {
+    string programPath, packageDirectory, shownDirectory;
+  } cases[] = {
       {"tkinstall", "", ""},
       {"a/tkinstall/b/TkInstall", "a/tkinstall/b", "a/tkinstall/b/"},
       {dist_ + "/A/TKINSTALL/b/tkinstall", "A/TKINSTALL/b", dist_ + "/A/TKINSTALL/b/"},
@@ -187,14 +200,17 @@ TEST_F(InstallerTest, PackagesAreFoundBesideTheProgramPath) {
   }
   fs::rename(dist_ + "/tavik_core.pkg", root_ + "/tavik_core.pkg");
   const string to = root_ + "/dest";
-  ExpectRun(Run("\n\n\n", to), kBanner + Ask(to, to) +
-            Success("./", to, ScriptSays(to), false, "../tavik_core.pkg"), 0);
+  ExpectRun(Run("\n\n\n", to),
+            kBanner + Ask(to, to) + Success("./", to, ScriptSays(to), false, "../tavik_core.pkg"),
+            0);
 }
 
 // ---- Refusals and failures ------------------------------------------------------
 
 TEST_F(InstallerTest, MissingPackagesAreNamed) {
-  const struct { string programPath, removed, missing; } cases[] = {
+  const struct {
+    string programPath, removed, missing;
+  } cases[] = {
       {"./tkinstall", "tavik_linux64.pkg", "./tavik_linux64.pkg"},
       {"/x/TKINSTALL", "", "/x/tavik_linux64.pkg"},
       {"/a/tkinstall/b/tkinstall", "", "/a/tkinstall/b/tavik_linux64.pkg"},
@@ -217,17 +233,30 @@ TEST_F(InstallerTest, MissingPackagesAreNamed) {
 // character "Q" quits at once at either prompt; directory answers are cleaned before
 // they are confirmed.
 TEST_F(InstallerTest, RefusalsAndQuitsEndAtOnce) {
-  const string service = "\nThe TAVIK service is running (or has not been stopped correctly)"
-                         "\nPlease stop it and restart the installation" + kFailed;
+  const string service =
+      "\nThe TAVIK service is running (or has not been stopped correctly)"
+      "\nPlease stop it and restart the installation" +
+      kFailed;
   Write(root_ + "/old/Bin/tavik.run", "");
   Write(dist_ + "/Bin/tavik.run", "");
-  const struct { string input, out, tavik = "/d"; } cases[] = {
-      {"\n\n\n", service, " " + root_ + "/old/ "}, {"\n", service, "   "},
-      {"q\n", Prompt("/d")},     {"Q\n", Prompt("/d")},          {"quit\n", Prompt("/d")},
-      {"qdir\n", Prompt("/d")},  {"  quit now\n", Prompt("/d")}, {"\nq\n", Ask("/d", "/d")},
-      {"\nQ\n", Ask("/d", "/d")}, {"\nquit\n", Ask("/d", "/d")},  {"\n\tQuit\n", Ask("/d", "/d")},
-      {"/\nq\n", Ask("/d", "/d")}, {"rel//\nq\n", Ask("/d", "rel/")},
-      {"\t/a/b\r\nq\n", Ask("/d", "/a/b")}, {"C:\\x\\y\\\nq\n", Ask("/d", "C:/x/y")},
+  const struct {
+    string input, out, tavik = "/d";
+  } cases[] = {
+      {"\n\n\n", service, " " + root_ + "/old/ "},
+      {"\n", service, "   "},
+      {"q\n", Prompt("/d")},
+      {"Q\n", Prompt("/d")},
+      {"quit\n", Prompt("/d")},
+      {"qdir\n", Prompt("/d")},
+      {"  quit now\n", Prompt("/d")},
+      {"\nq\n", Ask("/d", "/d")},
+      {"\nQ\n", Ask("/d", "/d")},
+      {"\nquit\n", Ask("/d", "/d")},
+      {"\n\tQuit\n", Ask("/d", "/d")},
+      {"/\nq\n", Ask("/d", "/d")},
+      {"rel//\nq\n", Ask("/d", "rel/")},
+      {"\t/a/b\r\nq\n", Ask("/d", "/a/b")},
+      {"C:\\x\\y\\\nq\n", Ask("/d", "C:/x/y")},
   };
   for (const auto& c : cases) ExpectRun(Run(c.input, c.tavik), kBanner + c.out, 255);
 }
@@ -235,9 +264,12 @@ TEST_F(InstallerTest, RefusalsAndQuitsEndAtOnce) {
 TEST_F(InstallerTest, CorruptPackagesShowTheEngineError) {
   const string to = root_ + "/dest";
   Write(dist_ + "/tavik_core.pkg", "xyz");
-  ExpectRun(Run("\n\n\n", to), kBanner + Ask(to, to) + Installing(to) +
-            "\nInstalling package ./tavik_core.pkg\nUncompressing package file"
-            "\nError: Cannot decompress package file" + kFailed, 255);
+  ExpectRun(Run("\n\n\n", to),
+            kBanner + Ask(to, to) + Installing(to) +
+                "\nInstalling package ./tavik_core.pkg\nUncompressing package file"
+                "\nError: Cannot decompress package file" +
+                kFailed,
+            255);
   EXPECT_FALSE(Exists(to + "/tavik_core.pkg.tk_temp"));
   // A well-compressed platform stream that is not a record stream: the core package
   // stays installed and the script never runs.
@@ -245,12 +277,15 @@ TEST_F(InstallerTest, CorruptPackagesShowTheEngineError) {
   BuildPackages(dist_, kScript);
   Write(root_ + "/plain", "NOT A PACKAGE\n1\n");
   auto codec = std::make_unique<LzhufCodec>();
-  ASSERT_EQ(LzhufEncodeFile(*codec, (root_ + "/plain").c_str(),
-                            (dist_ + "/tavik_linux64.pkg").c_str()), 0);
-  ExpectRun(Run("\n\n\n", second), kBanner + Ask(second, second) + Installing(second) +
-            Package("./tavik_core.pkg", "\nDirectory Bin\nDirectory Java\nDirectory Doc") +
-            Package("./tavik_linux64.pkg", "") + "\nError: Bad package file ./tavik_linux64.pkg" +
-            kFailed, 255);
+  ASSERT_EQ(
+      LzhufEncodeFile(*codec, (root_ + "/plain").c_str(), (dist_ + "/tavik_linux64.pkg").c_str()),
+      0);
+  ExpectRun(Run("\n\n\n", second),
+            kBanner + Ask(second, second) + Installing(second) +
+                Package("./tavik_core.pkg", "\nDirectory Bin\nDirectory Java\nDirectory Doc") +
+                Package("./tavik_linux64.pkg", "") +
+                "\nError: Bad package file ./tavik_linux64.pkg" + kFailed,
+            255);
   EXPECT_TRUE(Exists(second + "/Java/tkinstall"));
   EXPECT_FALSE(Exists(second + "/Lib"));
 }

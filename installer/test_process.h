@@ -30,10 +30,10 @@ extern char** environ;
 namespace tk::test {
 
 struct ChildRun {
-  std::string program;                // file executed
+  std::string program;                 // file executed
   std::vector<std::string> arguments;  // the whole argument vector, argument 0 first
-  std::string input;                  // written to standard input, which is then closed
-  std::string workDirectory;          // "" keeps the caller's
+  std::string input;                   // written to standard input, which is then closed
+  std::string workDirectory;           // "" keeps the caller's
   // Environment changes: a value sets the variable, nullopt removes it.
   std::map<std::string, std::optional<std::string>> environment;
   int timeoutSeconds = 60;
@@ -159,8 +159,8 @@ inline bool Exchange(const ChildRun& run, ChildPipes& pipes, Clock::time_point d
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0 || result.out.size() >= run.stopAfterBytes) return false;
-    pollfd fds[3] = {{pipes.output, POLLIN, 0}, {pipes.errors, POLLIN, 0},
-                     {pipes.input, POLLOUT, 0}};
+    pollfd fds[3] = {
+        {pipes.output, POLLIN, 0}, {pipes.errors, POLLIN, 0}, {pipes.input, POLLOUT, 0}};
     if (poll(fds, 3, static_cast<int>(left.count())) <= 0) continue;
     if (fds[0].revents != 0) Drain(pipes.output, result.out);
     if (fds[1].revents != 0) Drain(pipes.errors, result.err);

@@ -71,8 +71,8 @@ bool Drain(uint8_t* window, uint8_t*& out, LzhufSink& sink) {
 
 }  // namespace
 
-int DecodeBody(LzhufCodec& codec, LzhufSource& source, size_t got, LzhufSink& sink,
-               uint64_t size, uint64_t limit) {
+int DecodeBody(LzhufCodec& codec, LzhufSource& source, size_t got, LzhufSink& sink, uint64_t size,
+               uint64_t limit) {
   StartHuffman(codec);
   BitReader in(source, codec.inBlock, kHeaderSize, got);
   uint8_t* const window = codec.outBlock;

@@ -62,7 +62,8 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
   int r = kStart;
   int s = 0;
   int len = 0;
-  for (int c; len < kF && (c = in.Next()) >= 0; ++len) codec.ring[r + len] = static_cast<uint8_t>(c);
+  for (int c; len < kF && (c = in.Next()) >= 0; ++len)
+    codec.ring[r + len] = static_cast<uint8_t>(c);
   codec.textSize = static_cast<uint64_t>(len);
   unsigned best = 0;
   for (int i = 1; i <= kF; ++i) InsertNode(codec, r - i, KeyAt(codec.ring, r - i), kNil, best);

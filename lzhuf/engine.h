@@ -28,8 +28,8 @@ int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& 
 // Decodes symbols until `size` bytes are out, or `limit` (when not 0) is reached,
 // from `source`, whose first `got` bytes, header included, sit in codec.inBlock.
 // Returns kLzhufOk or kLzhufWriteFailed (after a failed write or flush).
-int DecodeBody(LzhufCodec& codec, LzhufSource& source, size_t got, LzhufSink& sink,
-               uint64_t size, uint64_t limit);
+int DecodeBody(LzhufCodec& codec, LzhufSource& source, size_t got, LzhufSink& sink, uint64_t size,
+               uint64_t limit);
 
 }  // namespace tk::lzhuf_detail
 

@@ -44,8 +44,7 @@ TEST_F(LzhufFaultTest, WritesToAFullDeviceGive145) {
     const std::string plain = WriteRandomFile("plain", size);
     const std::string packed = WritePackedFile("packed", size);
     EXPECT_EQ(LzhufEncodeFile(*codec_, plain.c_str(), "/dev/full"), kLzhufWriteFailed) << size;
-    EXPECT_EQ(LzhufDecodeFile(*codec_, packed.c_str(), "/dev/full", 0), kLzhufWriteFailed)
-        << size;
+    EXPECT_EQ(LzhufDecodeFile(*codec_, packed.c_str(), "/dev/full", 0), kLzhufWriteFailed) << size;
   }
 }
 

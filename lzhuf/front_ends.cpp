@@ -47,8 +47,7 @@ int CloseDestination(UniqueFile& destination, int result) {
 
 }  // namespace
 
-int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data,
-                      std::vector<uint8_t>& out) {
+int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vector<uint8_t>& out) {
   out.clear();
   LzhufMemorySource source(data);
   LzhufBufferSink sink(out);

@@ -42,9 +42,9 @@ constexpr int kLzhufWriteFailed = 145;
 
 // ---- Format constants ----------------------------------------------------------
 
-constexpr int kLzhufRingSize = 4096;   // N: the dictionary, positions masked with 0xFFF
-constexpr int kLzhufLookahead = 10;    // F: the longest match
-constexpr int kLzhufThreshold = 2;     // matches must be longer than this
+constexpr int kLzhufRingSize = 4096;       // N: the dictionary, positions masked with 0xFFF
+constexpr int kLzhufLookahead = 10;        // F: the longest match
+constexpr int kLzhufThreshold = 2;         // matches must be longer than this
 constexpr int kLzhufNil = kLzhufRingSize;  // no node in the search trees
 constexpr int kLzhufSymbols = 256 - kLzhufThreshold + kLzhufLookahead;  // N_CHAR 264
 constexpr int kLzhufTreeNodes = 2 * kLzhufSymbols - 1;                  // T 527
@@ -74,11 +74,11 @@ struct LzhufCodec {
   // children[i][1], side by side so that one read fetches both. Right children
   // N+1 .. N+256 are the roots, one per first byte; entry N is a scratch slot.
   int16_t children[kLzhufRingSize + 257][2];
-  int16_t parent[kLzhufRingSize + 1];   // NIL: not in any tree
-  uint64_t textSize;                    // uncompressed bytes
-  uint64_t codeSize;                    // compressed bytes written (kept, never reported)
-  uint16_t lastCode;                    // low 16 bits of the last symbol's code word
-  uint16_t lastCodeLength;              // and its length in bits (kept, never read)
+  int16_t parent[kLzhufRingSize + 1];  // NIL: not in any tree
+  uint64_t textSize;                   // uncompressed bytes
+  uint64_t codeSize;                   // compressed bytes written (kept, never reported)
+  uint16_t lastCode;                   // low 16 bits of the last symbol's code word
+  uint16_t lastCodeLength;             // and its length in bits (kept, never read)
   // The classic 16-bit bit buffers and their counts: reset by every operation;
   // the coding loops keep wider buffers in registers instead.
   uint16_t outBits;
@@ -88,13 +88,13 @@ struct LzhufCodec {
   // Huffman node weights; entry T is the sentinel 0xFFFF, and so are the 7 after
   // it, so that the weights can be searched 8 at a time.
   uint16_t freq[kLzhufTreeNodes + 8];
-  int16_t matchPosition;                // the match behind the last symbol coded:
-  int16_t matchLength;                  //   distance - 1 and length
-  int16_t son[kLzhufTreeNodes];         // child of a node; T + c is the leaf of c
+  int16_t matchPosition;         // the match behind the last symbol coded:
+  int16_t matchLength;           //   distance - 1 and length
+  int16_t son[kLzhufTreeNodes];  // child of a node; T + c is the leaf of c
   // Parents of the Huffman nodes; entry T + c is the leaf position of symbol c,
   // and the last entry is a scratch slot.
   int16_t prnt[kLzhufTreeNodes + kLzhufSymbols + 1];
-  uint8_t inBlock[kLzhufIoBlockSize];   // staging of the bytes read
+  uint8_t inBlock[kLzhufIoBlockSize];  // staging of the bytes read
   // Staging of the bytes to write. The decoder keeps its last 4096 bytes of output
   // in front of the block as the dictionary, and may write 16 bytes past it.
   uint8_t outBlock[kLzhufRingSize + kLzhufIoBlockSize + 16];
@@ -193,8 +193,7 @@ int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_
 uint64_t LzhufStatedLength(const uint8_t* header);
 
 // LzhufEncode of a byte span; `out` is cleared and receives the compressed form.
-int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data,
-                      std::vector<uint8_t>& out);
+int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vector<uint8_t>& out);
 
 // LzhufDecode of a compressed byte span; `out` is cleared and receives the bytes.
 int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,

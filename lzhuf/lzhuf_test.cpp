@@ -55,8 +55,8 @@ Bytes RandomBytes(size_t n, uint32_t seed) {
 }
 
 Bytes TextBytes(size_t n) {
-  static const std::string kWords[] = {"package ", "install ", "the ", "server ", "file\n",
-                                       "directory ", "TAVIK ", "= ", "[File]\n", "0755 "};
+  static const std::string kWords[] = {"package ",   "install ", "the ", "server ",  "file\n",
+                                       "directory ", "TAVIK ",   "= ",   "[File]\n", "0755 "};
   Bytes b;
   for (uint8_t r : RandomBytes(n, 7)) {
     if (b.size() >= n) break;
@@ -76,9 +76,9 @@ Bytes SkewedBytes(size_t n) {
 TEST(LzhufRoundTrip, DecodingReturnsWhatWasEncoded) {
   auto codec = std::make_unique<LzhufCodec>();
   const std::vector<std::pair<std::string, Bytes>> cases = {
-      {"two bytes", Bytes{0, 255}},      {"run", Bytes(100000, 'x')},
-      {"zeros", Bytes(70000, 0)},        {"random", RandomBytes(300000, 1)},
-      {"text", TextBytes(2000000)},      {"skewed", SkewedBytes(3000000)}};
+      {"two bytes", Bytes{0, 255}}, {"run", Bytes(100000, 'x')},
+      {"zeros", Bytes(70000, 0)},   {"random", RandomBytes(300000, 1)},
+      {"text", TextBytes(2000000)}, {"skewed", SkewedBytes(3000000)}};
   for (const auto& [name, input] : cases) {
     SCOPED_TRACE(name);
     Bytes packed, unpacked;
@@ -173,7 +173,8 @@ TEST(LzhufEdges, ShortStreamsDecodeOnZeroBits) {
 
 TEST(LzhufEdges, HeaderOfTwoGigabytesOrMoreIsSignExtended) {
   const std::pair<uint32_t, uint64_t> cases[] = {{0x7FFFFFFFu, 0x7FFFFFFFull},
-      {0x80000000u, 0xFFFFFFFF80000000ull}, {0xFFFFFFFFu, 0xFFFFFFFFFFFFFFFFull}};
+                                                 {0x80000000u, 0xFFFFFFFF80000000ull},
+                                                 {0xFFFFFFFFu, 0xFFFFFFFFFFFFFFFFull}};
   auto codec = std::make_unique<LzhufCodec>();
   for (const auto& [field, length] : cases) {
     EXPECT_EQ(length, LzhufStatedLength(HandMade(field, "").data())) << field;
@@ -189,14 +190,17 @@ TEST(LzhufEdges, HandMadeMatchesReadTheRingAsPrefilled) {
   // Length 10 at distance 0 starts on the last space and copies its own output.
   EXPECT_EQ(Bytes(10, ' '), Decode(*codec, HandMade(10, StartingCode(263) + "000000000"), 0));
   // Length 3 at distance 4095 reads the ring positions no byte has reached: zeros.
-  EXPECT_EQ(Bytes(3, 0), Decode(*codec, HandMade(3, StartingCode(256) + "11111111" "111111"), 0));
+  EXPECT_EQ(Bytes(3, 0), Decode(*codec,
+                                HandMade(3, StartingCode(256) + "11111111"
+                                                                "111111"),
+                                0));
 }
 
 TEST(LzhufEdges, ReusedCodecGivesTheBytesOfAFreshOne) {
   auto used = std::make_unique<LzhufCodec>();
   Encode(*used, SkewedBytes(500000));
-  for (const Bytes& input : {Bytes{'a', 'b', 'c'}, Bytes{'a', 0, 'b', 0, 'c'}, TextBytes(18),
-                             RandomBytes(5000, 9)}) {
+  for (const Bytes& input :
+       {Bytes{'a', 'b', 'c'}, Bytes{'a', 0, 'b', 0, 'c'}, TextBytes(18), RandomBytes(5000, 9)}) {
     auto fresh = std::make_unique<LzhufCodec>();
     const Bytes expected = Encode(*fresh, input);
     EXPECT_EQ(expected, Encode(*used, input));

@@ -25,7 +25,9 @@ inline unsigned MatchScore(unsigned lengthLess1, unsigned r, unsigned p) {
   return (lengthLess1 << kScoreShift) | ((p - r) & kRingMask);
 }
 inline int ScoreLength(unsigned score) { return static_cast<int>(score >> kScoreShift) + 1; }
-inline int ScoreDistance(unsigned score) { return static_cast<int>(kRingMask - (score & kRingMask)); }
+inline int ScoreDistance(unsigned score) {
+  return static_cast<int>(kRingMask - (score & kRingMask));
+}
 
 // Empties all trees: every root and every link becomes NIL. So do the links of
 // the scratch entry NIL, which DeleteNode relies on: they never equal a position.
@@ -117,7 +119,7 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
     if (kScored) best = MatchScore(kF - 1, r, hint);
     return (hint + 1) & kRingMask;
   }
-  int16_t (*const children)[2] = codec.children;
+  int16_t(*const children)[2] = codec.children;
   // Byte 0 chose the tree; bytes 1 to 8, then byte 9, order the nodes within it.
   children[r][0] = children[r][1] = kNil;
   unsigned p = kFirstRoot + key.first;
@@ -163,7 +165,7 @@ inline int InsertNode(LzhufCodec& codec, int r, const Key& key, int hint, unsign
 // parent NIL (see InitTrees and ReplaceNode), so the one-child path below passes
 // over it without harm; that spares a branch the processor mispredicts.
 inline void DeleteNode(LzhufCodec& codec, int p) {
-  int16_t (*const children)[2] = codec.children;
+  int16_t(*const children)[2] = codec.children;
   int16_t* const parent = codec.parent;
   const int left = children[p][0];
   const int right = children[p][1];

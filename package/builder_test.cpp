@@ -47,8 +47,8 @@ TEST_F(BuilderTest, QueuesAreFlushedInFixedOrder) {
 
 TEST_F(BuilderTest, CommandsAndSourcesResolve) {
   const std::pair<const char*, const char*> files[] = {
-      {"Bin/x.txt", "1"}, {"Binx", "3"}, {"build/x.so", "4"}, {"y", "5"}, {"Bin/sub/z", "6"},
-      {"Bin/README.txt", "7"}, {"Bin/perlencode", ""}, {"Bin/copydir", ""}};
+      {"Bin/x.txt", "1"}, {"Binx", "3"},           {"build/x.so", "4"},    {"y", "5"},
+      {"Bin/sub/z", "6"}, {"Bin/README.txt", "7"}, {"Bin/perlencode", ""}, {"Bin/copydir", ""}};
   for (const auto& [path, bytes] : files) WriteFile(std::string("base/") + path, bytes);
   const std::pair<std::string, std::string> cases[] = {
       {"  COPYFILE :  x.txt ", FileRecord("x.txt", "1")},

@@ -131,8 +131,7 @@ bool TkPackage::CaptureSubdirectories(const std::string& sourcePath, PackageReco
     AddTrailingSlash(relative);
     relative += name;
     if (!writer.WriteDir(relative)) return Fail(kWriteFailed);
-    if (!CaptureDirectory(source, writer, true, relative, excludeFiles, excludeDirs,
-                          perlEncode)) {
+    if (!CaptureDirectory(source, writer, true, relative, excludeFiles, excludeDirs, perlEncode)) {
       return false;
     }
   }

@@ -13,14 +13,16 @@ class CaptureTest : public PackageTest {
   // AddPackageEntry with target name "t" into a fresh stream (/dev/full with
   // `fullDevice_`); returns what it wrote, after "failed: " + the error text + "|" when
   // it failed.
-  std::string Entry(const std::string& source, bool isDirectory, bool subdirectories,
-                    bool remove, bool text, bool perl = false, const std::string& relative = "",
+  std::string Entry(const std::string& source, bool isDirectory, bool subdirectories, bool remove,
+                    bool text, bool perl = false, const std::string& relative = "",
                     const Patterns* files = nullptr, const Patterns* dirs = nullptr) {
     bool ok = false;
-    const std::string written = Capture([&](FILE* out) {
-      ok = package_.AddPackageEntry("t", source, out, isDirectory, subdirectories, remove, text,
-                                    relative, files, dirs, perl);
-    }, fullDevice_);
+    const std::string written = Capture(
+        [&](FILE* out) {
+          ok = package_.AddPackageEntry("t", source, out, isDirectory, subdirectories, remove, text,
+                                        relative, files, dirs, perl);
+        },
+        fullDevice_);
     return (ok ? "" : "failed: " + package_.ErrorText() + "|") + written;
   }
   std::string Tree(const std::string& relative, bool subdirectories,

@@ -261,8 +261,7 @@ bool DescriptionBuilder::FlushCopyFiles(const std::vector<std::string>& queue, b
 
 bool DescriptionBuilder::FlushCopyDirs(const std::vector<std::string>& queue,
                                        bool withSubdirectories) {
-  const std::vector<std::string>* excludeDirs =
-      withSubdirectories ? &queues_.excludeDir : nullptr;
+  const std::vector<std::string>* excludeDirs = withSubdirectories ? &queues_.excludeDir : nullptr;
   for (const std::string& directory : queue) {
     if (!package_.AddPackageEntry("", directory, out_, true, withSubdirectories, false, false,
                                   sectionName_, &queues_.excludeFile, excludeDirs, perl_)) {

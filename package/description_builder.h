@@ -30,8 +30,7 @@ class DescriptionBuilder {
   // `baseDirectory` is trimmed and ends with "/" (or is empty: the working directory).
   // `out` is the open temporary record stream, or null to validate only. Failures set
   // `error`; captures go through `package`.
-  DescriptionBuilder(TkPackage& package, std::string& error, std::string baseDirectory,
-                     FILE* out);
+  DescriptionBuilder(TkPackage& package, std::string& error, std::string baseDirectory, FILE* out);
   DescriptionBuilder(const DescriptionBuilder&) = delete;
   DescriptionBuilder& operator=(const DescriptionBuilder&) = delete;
 
@@ -45,14 +44,25 @@ class DescriptionBuilder {
  private:
   enum class Mode { kNone, kHeader, kDirectory };
   enum class Command {
-    kCopyFile, kCopyPerlFile, kPerlEncode, kCopyDir, kCopyDirSub, kRemoveDir,
-    kRemoveDirSub, kExcludeFile, kExcludeDir, kExec, kRemoveFile, kTextFile, kTextDir
+    kCopyFile,
+    kCopyPerlFile,
+    kPerlEncode,
+    kCopyDir,
+    kCopyDirSub,
+    kRemoveDir,
+    kRemoveDirSub,
+    kExcludeFile,
+    kExcludeDir,
+    kExec,
+    kRemoveFile,
+    kTextFile,
+    kTextDir
   };
 
   // One list per kind of record, in the order FlushSection writes them.
   struct Queues {
-    std::vector<std::string> removeDir, removeDirTree, removeFile, copyFile, copyPerlFile,
-        copyDir, copyDirTree, exec, textFile, textDir, excludeFile, excludeDir;
+    std::vector<std::string> removeDir, removeDirTree, removeFile, copyFile, copyPerlFile, copyDir,
+        copyDirTree, exec, textFile, textDir, excludeFile, excludeDir;
   };
 
   bool StartSection(const std::string& line, const std::string& name);

@@ -159,17 +159,18 @@ void* FreeDescriptorsAfterASecond(void* descriptors) {
 // UBSan checks the type behind a virtual call by probing memory through a pipe, which
 // cannot be made while the descriptor table is full; the object is sound, so this one
 // call goes unchecked.
-__attribute__((no_sanitize("vptr"))) bool InstallWithoutTypeCheck(
-    TkPackage& package, const std::string& path, const std::string& destination) {
+__attribute__((no_sanitize("vptr"))) bool InstallWithoutTypeCheck(TkPackage& package,
+                                                                  const std::string& path,
+                                                                  const std::string& destination) {
   return package.InstallPackage(path.c_str(), destination.c_str(), 0);
 }
 
 // Every file of an installation is opened through OpenFile, so an installation that
 // starts while the descriptor table is full waits for descriptors and then completes.
 TEST_F(PackageFaultTest, InstallationWaitsForAFullDescriptorTable) {
-  const std::string package = WriteStream(std::string(kMagic) + "[Dir]\nName = Bin\n\n" +
-                                          FileRecord("a", "x\r\ny\r\n") +
-                                          "[TextFile]\nName = a\n\n\n[Exec]\nName = a\n\n\n");
+  const std::string package =
+      WriteStream(std::string(kMagic) + "[Dir]\nName = Bin\n\n" + FileRecord("a", "x\r\ny\r\n") +
+                  "[TextFile]\nName = a\n\n\n[Exec]\nName = a\n\n\n");
   const auto report = fault::RunInChild([&] {
     std::vector<int> held = fault::ExhaustDescriptors(8);
     if (held.empty()) return std::string("descriptor table not filled");

@@ -21,7 +21,8 @@ TEST_F(InstallationTest, AppliesRecordsInFileOrderIntoANewDestination) {
   const std::string body =
       FileRecord("loose", "z") + "[Dir]\nName = \n\n" + FileRecord("top", "hi") +
       "[dir]\nName = a\\b c\n\n" + FileRecord("bin", binary) + FileRecord("empty", "") +
-      FileRecord("run", "r\r\n") + "[Exec]\nName = run\n\n\n[TextFile]\nName = run\n\n\n"
+      FileRecord("run", "r\r\n") +
+      "[Exec]\nName = run\n\n\n[TextFile]\nName = run\n\n\n"
       "[HEADER]\nName = ignored\n[Unknown]\n[File]\nName = cut\nSize = 1000\nabc";
   const std::string dest = Path("opt/vendor/tavik");
   const std::string package = WriteStream(" TAVIK\tPACKAGE  FILE \r\n1\n" + body);
@@ -31,9 +32,13 @@ TEST_F(InstallationTest, AppliesRecordsInFileOrderIntoANewDestination) {
   std::filesystem::current_path(previous);
   EXPECT_EQ(package_.ErrorText(), "");
   EXPECT_EQ(ReadFile(Path("loose")), "z");
-  EXPECT_EQ(Snapshot(dest), (Tree{{"top", "420:hi"}, {"a", "dir"}, {"a/b c", "dir"},
-                                  {"a/b c/bin", "420:" + binary}, {"a/b c/empty", "420:"},
-                                  {"a/b c/run", "493:r\n"}, {"a/b c/cut", "420:abc"}}));
+  EXPECT_EQ(Snapshot(dest), (Tree{{"top", "420:hi"},
+                                  {"a", "dir"},
+                                  {"a/b c", "dir"},
+                                  {"a/b c/bin", "420:" + binary},
+                                  {"a/b c/empty", "420:"},
+                                  {"a/b c/run", "493:r\n"},
+                                  {"a/b c/cut", "420:abc"}}));
   EXPECT_EQ(TempFilesLeft(), 0);
 }
 
@@ -42,7 +47,8 @@ TEST_F(InstallationTest, FailuresGiveTheirTextAndLeaveNoTemporaryFile) {
   WriteFile("blocker", "");
   const std::string bad = "Bad package file " + Path("test.pkg");
   const std::string dir = std::string(kMagic) + "[Dir]\nName = \n\n";
-  const std::pair<std::string, std::string> cases[] = {  // stream or package path, error
+  const std::pair<std::string, std::string> cases[] = {
+      // stream or package path, error
       {"TAVIK PACKAGE\n1\n[Dir]\nName = a\n", bad},
       {"TAVIK PACKAGE FILE\n", bad},
       {dir + "[File]\nName = x\n", bad},
@@ -73,13 +79,17 @@ TEST_F(InstallationTest, FailuresGiveTheirTextAndLeaveNoTemporaryFile) {
 
 TEST_F(InstallationTest, RemoveFileMatchesNamesOfTheCurrentDirectoryOnly) {
   const std::string all = ".hidden.log a.log b.log keep.txt logfile sub sub/c.log ";
-  const std::pair<std::string, std::string> cases[] = {  // pattern, what is left
+  const std::pair<std::string, std::string> cases[] = {
+      // pattern, what is left
       {"*.log", ".hidden.log keep.txt logfile sub sub/c.log "},
       {"log*", ".hidden.log a.log b.log keep.txt sub sub/c.log "},
       {"*", ".hidden.log sub sub/c.log "},
       {"keep.txt", ".hidden.log a.log b.log logfile sub sub/c.log "},
       {".hidden.log", "a.log b.log keep.txt logfile sub sub/c.log "},
-      {"missing", all}, {"", all}, {"sub", all}, {"**", all}};
+      {"missing", all},
+      {"", all},
+      {"sub", all},
+      {"**", all}};
   for (const auto& [pattern, left] : cases) {
     for (const char* file : {"a.log", "b.log", "keep.txt", "logfile", ".hidden.log", "sub/c.log"}) {
       WriteFile(std::string("dest/d/") + file, "x");
@@ -104,8 +114,11 @@ TEST_F(InstallationTest, VerboseProgressLines) {
   for (int verbose : {1, 0}) {
     testing::internal::CaptureStdout();
     ASSERT_TRUE(Install("[Dir]\nName = a\n\n[Dir]\nName = b\\c\n\n", verbose));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              verbose == 0 ? "" : "\nInstalling package " + Path("test.pkg") +
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        verbose == 0
+            ? ""
+            : "\nInstalling package " + Path("test.pkg") +
                   "\nUncompressing package file\nVerifying package\nDirectory a\nDirectory b/c");
   }
 }
@@ -113,7 +126,9 @@ TEST_F(InstallationTest, VerboseProgressLines) {
 TEST_F(InstallationTest, SetTextFileEndsEveryLineWithOneLineFeed) {
   const std::string line(70000, 'x');
   const std::pair<std::string, std::string> cases[] = {
-      {"a\r\nb", "a\nb\n"}, {"", ""}, {"x\n\n", "x\n\n"},
+      {"a\r\nb", "a\nb\n"},
+      {"", ""},
+      {"x\n\n", "x\n\n"},
       {line, line.substr(0, 65534) + "\n" + line.substr(65534) + "\n"}};
   for (const auto& [before, after] : cases) {
     WriteFile("text", before);

@@ -70,8 +70,8 @@ class TkPackage {
   // path is `relativePath`, skipping names matched by the exclusion lists (null: none).
   // `perlEncode` hands ".pl" scripts that are not yet encoded to EncodePerlFile.
   bool AddPackageEntry(const std::string& targetName, const std::string& sourcePath, FILE* out,
-                       bool isDirectory, bool withSubdirectories, bool isRemoveDir,
-                       bool isTextDir, const std::string& relativePath,
+                       bool isDirectory, bool withSubdirectories, bool isRemoveDir, bool isTextDir,
+                       const std::string& relativePath,
                        const std::vector<std::string>* excludeFiles,
                        const std::vector<std::string>* excludeDirs, bool perlEncode);
 

@@ -92,9 +92,9 @@ class PackageTest : public ::testing::Test {
       const std::string relative = std::filesystem::relative(entry.path(), directory).string();
       struct stat info {};
       stat(entry.path().c_str(), &info);
-      tree[relative] = entry.is_directory() ? "dir"
-                                            : std::to_string(info.st_mode & 0777) + ":" +
-                                                  ReadFile(entry.path());
+      tree[relative] = entry.is_directory()
+                           ? "dir"
+                           : std::to_string(info.st_mode & 0777) + ":" + ReadFile(entry.path());
     }
     return tree;
   }

@@ -129,8 +129,7 @@ PackageRecordReader::Status PackageRecordReader::Next(PackageRecord& record) {
   return Status::kRecord;
 }
 
-void PackageRecordReader::StartRecord(PackageRecord& record, std::string section,
-                                      int64_t offset) {
+void PackageRecordReader::StartRecord(PackageRecord& record, std::string section, int64_t offset) {
   record = PackageRecord();
   record.kind = KindOfSection(section);
   record.section = std::move(section);
@@ -223,8 +222,7 @@ bool PackageRecordReader::SkipContent(const PackageRecord& record) {
 
 bool PackageRecordReader::ReadRmDirKeys(PackageRecord& record) {
   std::string withSubdirs;
-  if (!ReadKey(kNameKey, record.name, record) ||
-      !ReadKey(kWithSubdirKey, withSubdirs, record)) {
+  if (!ReadKey(kNameKey, record.name, record) || !ReadKey(kWithSubdirKey, withSubdirs, record)) {
     return false;
   }
   BackslashesToSlashes(record.name);

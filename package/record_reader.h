@@ -44,10 +44,10 @@ const char* RecordKindName(RecordKind kind);
 // One record as found in the stream.
 struct PackageRecord {
   RecordKind kind = RecordKind::kOther;
-  std::string section;   // upper-cased section name: "DIR", "FILE", "HEADER", ...
-  std::string name;      // normalised "Name = " value; "\" already "/" for Dir, RmDir, TextDir
-  int64_t offset = 0;    // byte offset of the section line in the stream
-  int index = 0;         // 1-based ordinal of the record in the stream
+  std::string section;  // upper-cased section name: "DIR", "FILE", "HEADER", ...
+  std::string name;     // normalised "Name = " value; "\" already "/" for Dir, RmDir, TextDir
+  int64_t offset = 0;   // byte offset of the section line in the stream
+  int index = 0;        // 1-based ordinal of the record in the stream
 
   // [File] only: the "Size = " value (base-10, stops at the first non-digit) and where the
   // content starts; `available` is how many content bytes the stream really holds.

@@ -51,8 +51,8 @@ TEST_F(RecordReaderTest, RecognisesSectionsKeysAndBadRecords) {
        {"Other  |Version = 2 |a b |[Old", "Other  |Name = z"}},
       {"[File]\n\n\n[Dir]\nName = a\n", {"bad FILE: missing \"Name = \" line", "Dir a"}},
       {"[File]\n[TextFile]\nName = a\n", {"bad FILE: missing \"Name = \" line", "TextFile a"}},
-      {"[Dir]\n\nName = a\n[Exec]", {"bad DIR: missing \"Name = \" line",
-                                     "bad EXEC: stream ends before the \"Name = \" line"}},
+      {"[Dir]\n\nName = a\n[Exec]",
+       {"bad DIR: missing \"Name = \" line", "bad EXEC: stream ends before the \"Name = \" line"}},
       {"[RmDir]\nName = r\nWithsubdir: YES\n", {"bad RMDIR: missing \"Withsubdir = \" line"}},
       {"[File]\nName = f\nSize = 18446744073709551584\n[Exec]\nName = x\n",
        {"bad FILE: cannot seek past the content", "Exec x"}},
@@ -89,8 +89,8 @@ TEST_F(RecordReaderTest, MovesPastContentsOfAnySizeAroundTheBuffer) {
     ASSERT_TRUE(reader.ReadMagic() && reader.Next(r) == Status::kRecord);
     for (size_t i = 0; i < sizes.size(); ++i) {
       ASSERT_EQ(reader.Next(r), Status::kRecord) << bufferSize << " " << i;
-      EXPECT_EQ(r.name + " " + std::to_string(r.offset), "f" + std::to_string(i) + " " +
-                                                             std::to_string(offsets[i]));
+      EXPECT_EQ(r.name + " " + std::to_string(r.offset),
+                "f" + std::to_string(i) + " " + std::to_string(offsets[i]));
       EXPECT_EQ(r.available, static_cast<int64_t>(contents[i].size()));
       EXPECT_EQ(TellFile(f.get()), r.contentOffset + static_cast<int64_t>(sizes[i]));
     }

@@ -24,12 +24,19 @@ TEST_F(RoundTripTest, InstalledTreeEqualsTheBuiltOne) {
   std::string random(300000, '\0');
   for (char& byte : random) byte = static_cast<char>(generator());
   const Tree files = {
-      {"Tools/run.sh", "#!/bin/sh\necho hi\n"}, {"Tools/other", "x"}, {"Bin/empty", ""},
+      {"Tools/run.sh", "#!/bin/sh\necho hi\n"},
+      {"Tools/other", "x"},
+      {"Bin/empty", ""},
       {"Bin/tricky",
        std::string("[Exec]\nName = x\n\n[Dir]\nName = ..\n\0[File]\r\nSize = 9\n", 51)},
-      {"Bin/lib/deep/er/blob", random}, {"Bin/lib/Name = x", "Name = x\n"}, {"Bin/lib/skip.o", "o"},
-      {"Bin/cache/skipped", "c"}, {"Bin/.hidden", "h"}, {"Doc/notes.txt", "line 1\r\nline 2"},
-      {"Doc/b.bin", "\r\n"}, {"Doc/sub/raw.txt", "keep\r\n"}};
+      {"Bin/lib/deep/er/blob", random},
+      {"Bin/lib/Name = x", "Name = x\n"},
+      {"Bin/lib/skip.o", "o"},
+      {"Bin/cache/skipped", "c"},
+      {"Bin/.hidden", "h"},
+      {"Doc/notes.txt", "line 1\r\nline 2"},
+      {"Doc/b.bin", "\r\n"},
+      {"Doc/sub/raw.txt", "keep\r\n"}};
   for (const auto& [path, bytes] : files) WriteFile("src/" + path, bytes);
   std::filesystem::permissions(Path("src/Tools/run.sh"), std::filesystem::perms(0755));
   Tree expected = Digest(Snapshot(Path("src")));
@@ -40,11 +47,13 @@ TEST_F(RoundTripTest, InstalledTreeEqualsTheBuiltOne) {
   expected["Doc/b.bin"] = "420:\n";
   WriteFile("dest/Bin/old.log", "stale");
   WriteFile("dest/Tools/other", "old contents that are longer");
-  WriteFile("desc.txt", "[HEADER]\nVersion = 3\n[Bin]\nremovefile: *.log\ncopydirsub:\n"
-                        "excludefile: *.o\nexcludedir: cache\n[Tools]\nexec: run.sh\ncopydir:\n"
-                        "[Doc]\ncopydirsub:\ntextdir:\n");
-  ASSERT_TRUE(package_.BuildPackage(Path("desc.txt").c_str(), Path("src").c_str(),
-                                    Path("p.pkg").c_str())) << package_.ErrorText();
+  WriteFile("desc.txt",
+            "[HEADER]\nVersion = 3\n[Bin]\nremovefile: *.log\ncopydirsub:\n"
+            "excludefile: *.o\nexcludedir: cache\n[Tools]\nexec: run.sh\ncopydir:\n"
+            "[Doc]\ncopydirsub:\ntextdir:\n");
+  ASSERT_TRUE(
+      package_.BuildPackage(Path("desc.txt").c_str(), Path("src").c_str(), Path("p.pkg").c_str()))
+      << package_.ErrorText();
   ASSERT_TRUE(package_.InstallPackage(Path("p.pkg").c_str(), Path("dest").c_str(), 0))
       << package_.ErrorText();
   EXPECT_EQ(Digest(Snapshot(Path("dest"))), expected);

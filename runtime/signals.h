@@ -11,7 +11,7 @@
 namespace tk {
 
 // The signals that get the handler.
-inline constexpr int kFatalSignals[] = {SIGHUP, SIGILL,  SIGTRAP, SIGABRT, SIGBUS,  SIGFPE,
+inline constexpr int kFatalSignals[] = {SIGHUP,  SIGILL,  SIGTRAP, SIGABRT, SIGBUS,  SIGFPE,
                                         SIGSEGV, SIGCHLD, SIGTTIN, SIGTTOU, SIGXCPU, SIGXFSZ};
 
 // Installs the handler for every signal of kFatalSignals. Nothing calls this on its

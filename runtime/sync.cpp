@@ -36,7 +36,9 @@ TkMutex tk::gTempNameMutex;
 
 TkEvent::TkEvent() { pthread_cond_init(&condition_, nullptr); }
 
-TkEvent::TkEvent(bool autoReset) : autoReset_(autoReset) { pthread_cond_init(&condition_, nullptr); }
+TkEvent::TkEvent(bool autoReset) : autoReset_(autoReset) {
+  pthread_cond_init(&condition_, nullptr);
+}
 
 TkEvent::TkEvent(const TkEvent& other) : autoReset_(other.autoReset_) {
   pthread_cond_init(&condition_, nullptr);
@@ -153,4 +155,3 @@ int TkSemaphore::GetValue() {
   sem_getvalue(&semaphore_, &value);
   return value;
 }
-

@@ -15,7 +15,6 @@
 // name at run time (typeid gives "7TkMutex", "6TkTask"); the tk namespace names them
 // through using-declarations.
 
-
 // A normal (non-recursive) mutex. Destruction unlocks it first, so a mutex held by
 // the destroying thread is destroyed cleanly.
 class TkMutex {

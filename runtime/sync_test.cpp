@@ -25,10 +25,14 @@ TEST(TkMutex, DestroyingAMutexHeldByThisThreadSucceeds) {
 // after the others left their brackets, so an auto-reset event lets only one through.
 TEST(TkEvent, WaitsAcrossThreads) {
   enum { kNever, kBefore, kAfter };
-  struct Case { bool autoReset; int32_t timeoutMs; int set, waiters, signalled; } cases[] = {
-      {false, 0, kNever, 1, 0},     {false, 0, kBefore, 2, 2},     {true, 0, kBefore, 2, 1},
-      {false, -1, kAfter, 2, 2},    {false, 1500, kNever, 1, 0},   {false, 20000, kAfter, 1, 1},
-      {true, 20000, kAfter, 2, 1}};
+  struct Case {
+    bool autoReset;
+    int32_t timeoutMs;
+    int set, waiters, signalled;
+  } cases[] = {{false, 0, kNever, 1, 0},    {false, 0, kBefore, 2, 2},
+               {true, 0, kBefore, 2, 1},    {false, -1, kAfter, 2, 2},
+               {false, 1500, kNever, 1, 0}, {false, 20000, kAfter, 1, 1},
+               {true, 20000, kAfter, 2, 1}};
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.autoReset << " " << c.timeoutMs << " " << c.set);
     TkEvent event(c.autoReset);
@@ -68,9 +72,14 @@ TEST(TkEvent, ResetClearsAndACopyTakesOnlyTheAutoResetFlag) {
 }
 
 TEST(EventDeadline, CarriesOnlyMoreThanOneSecondOfNanoseconds) {
-  struct Case { long sec, usec; int32_t timeoutMs; long wantSec, wantNsec; } cases[] = {
-      {100, 0, 1, 100, 1000000},   {100, 500000, 2500, 102, 1000000000},  // one second stays
-      {100, 1001, 999, 101, 1000}, {7, 250000, 60000, 67, 250000000}};
+  struct Case {
+    long sec, usec;
+    int32_t timeoutMs;
+    long wantSec, wantNsec;
+  } cases[] = {{100, 0, 1, 100, 1000000},
+               {100, 500000, 2500, 102, 1000000000},  // one second stays
+               {100, 1001, 999, 101, 1000},
+               {7, 250000, 60000, 67, 250000000}};
   for (const Case& c : cases) {
     timespec deadline = EventDeadline(timeval{c.sec, c.usec}, c.timeoutMs);
     EXPECT_EQ(c.wantSec, deadline.tv_sec) << c.usec << " + " << c.timeoutMs;
@@ -95,8 +104,10 @@ TEST(TkSemaphore, CountsUnitsAndBlocksAtZero) {
 }
 
 TEST(TkSemaphore, SetCountReplacesAPositiveCountOnly) {
-  struct Case { unsigned initial; int n, want; } cases[] = {
-      {5, 3, 3}, {5, 0, 5}, {5, -2, 5}, {0, 4, 4}, {2, 7, 7}};
+  struct Case {
+    unsigned initial;
+    int n, want;
+  } cases[] = {{5, 3, 3}, {5, 0, 5}, {5, -2, 5}, {0, 4, 4}, {2, 7, 7}};
   for (const Case& c : cases) {
     TkSemaphore semaphore(c.initial);
     semaphore.SetCount(c.n);

@@ -274,4 +274,3 @@ int32_t TkMsg::ElapsedMilliseconds() const {
   auto scaled = static_cast<int32_t>(elapsed_ * kMillisPerSecond);
   return static_cast<int32_t>(scaled / kClockTicksPerSecond);
 }
-

@@ -11,9 +11,9 @@
 // Writing a Run that may be stopped: the unwind starts at whatever instruction was
 // interrupted. A frame that owns objects with destructors or has try blocks can only be
 // unwound while it is inside a call that the compiler takes as possibly throwing;
-// interrupted anywhere else in it, the process ends in std::terminate. Keep long computations and waiting loops in functions
-// that own no such objects (g++ gives every function the unwind tables this needs).
-// OnException and Finish then run inside the signal handler of the ending thread,
+// interrupted anywhere else in it, the process ends in std::terminate. Keep long computations and
+// waiting loops in functions that own no such objects (g++ gives every function the unwind tables
+// this needs). OnException and Finish then run inside the signal handler of the ending thread,
 // which may have interrupted malloc or a lock holder: overrides reached that way should
 // neither allocate nor take locks the task's code holds. The same goes for the
 // deletion of a stopped task with auto-delete, which frees the task right there.

@@ -77,11 +77,18 @@ class ProbeTask : public TkTask {
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
     interruptsBlocked = sigismember(&mask, SIGINT) && sigismember(&mask, SIGTERM);
     switch (work_) {
-      case kReturn: return 7;
-      case kThrowStandard: throw std::runtime_error("disk full");
-      case kThrowOther: throw 5;
-      case kEndless: gSpinForever(); return 0;
-      case kFault: gStoreToNowhere(); return 0;
+      case kReturn:
+        return 7;
+      case kThrowStandard:
+        throw std::runtime_error("disk full");
+      case kThrowOther:
+        throw 5;
+      case kEndless:
+        gSpinForever();
+        return 0;
+      case kFault:
+        gStoreToNowhere();
+        return 0;
     }
     return 0;
   }
@@ -130,24 +137,32 @@ std::ptrdiff_t SlotOf(MemberFunction function) {
 }
 
 TEST(RuntimeTypes, ClassesKeepTheirNamesAndVirtualSlots) {
-  std::string names[] = {typeid(TkObject).name(), typeid(TkMutex).name(), typeid(TkEvent).name(),
-                         typeid(TkSemaphore).name(), typeid(TkMsg).name(), typeid(TkTask).name()};
+  std::string names[] = {typeid(TkObject).name(),    typeid(TkMutex).name(), typeid(TkEvent).name(),
+                         typeid(TkSemaphore).name(), typeid(TkMsg).name(),   typeid(TkTask).name()};
   EXPECT_THAT(names, ::testing::ElementsAre("8TkObject", "7TkMutex", "7TkEvent", "11TkSemaphore",
                                             "5TkMsg", "6TkTask"));
   // Slots 0 and 1 are the two destructors.
-  std::ptrdiff_t slots[] = {SlotOf(&TkTask::Run),        SlotOf(&TkTask::OnException),
-                            SlotOf(&TkTask::Prepare),    SlotOf(&TkTask::Finish),
-                            SlotOf(&TkTask::Start),      SlotOf(&TkMsg::StartTimer),
-                            SlotOf(&TkMsg::StopTimer),   SlotOf(&TkMsg::IsTimedOut)};
+  std::ptrdiff_t slots[] = {SlotOf(&TkTask::Run),      SlotOf(&TkTask::OnException),
+                            SlotOf(&TkTask::Prepare),  SlotOf(&TkTask::Finish),
+                            SlotOf(&TkTask::Start),    SlotOf(&TkMsg::StartTimer),
+                            SlotOf(&TkMsg::StopTimer), SlotOf(&TkMsg::IsTimedOut)};
   EXPECT_THAT(slots, ::testing::ElementsAre(2, 3, 4, 5, 6, 2, 3, 4));
 }
 
 TEST_F(TaskTest, RunsThroughItsHooksInlineOrOnAThreadOfItsOwn) {
-  struct Case { Work work; bool inCaller, prepare; int result; const char* report; } cases[] = {
-      {kReturn, true, true, 7, ""},                 {kReturn, false, true, 7, ""},
-      {kThrowStandard, true, true, 1, "disk full"}, {kThrowStandard, false, true, 1, "disk full"},
-      {kThrowOther, true, true, 1, "Unknown"},      {kThrowOther, false, true, 1, "Unknown"},
-      {kReturn, true, false, 1, ""},                {kReturn, false, false, 1, ""}};  // Run skipped
+  struct Case {
+    Work work;
+    bool inCaller, prepare;
+    int result;
+    const char* report;
+  } cases[] = {{kReturn, true, true, 7, ""},
+               {kReturn, false, true, 7, ""},
+               {kThrowStandard, true, true, 1, "disk full"},
+               {kThrowStandard, false, true, 1, "disk full"},
+               {kThrowOther, true, true, 1, "Unknown"},
+               {kThrowOther, false, true, 1, "Unknown"},
+               {kReturn, true, false, 1, ""},
+               {kReturn, false, false, 1, ""}};  // Run skipped
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << int(c.work) << c.inCaller << c.prepare);
     ProbeTask task(c.work);
@@ -213,11 +228,17 @@ void RunToSignalInChild(Work work, int signalNumber) {
 
 TEST_F(TaskTest, AStraySignalEndsOnlyTheTaskThreadWithAReport) {
   // The line of the handler comes before the task's own report; SIGABRT has none.
-  struct Case { Work work; int signalNumber; const char* line; } cases[] = {
-      {kEndless, SIGSEGV, kSegvLine}, {kFault, 0, kSegvLine},
-      {kEndless, SIGFPE, "**************** Signal occured 8\n"}, {kEndless, SIGABRT, ""}};
-  std::string rest = "running 0 finishes 1\nreport: Uncatched exception (signal occured)\n"
-                     "process goes on\n";
+  struct Case {
+    Work work;
+    int signalNumber;
+    const char* line;
+  } cases[] = {{kEndless, SIGSEGV, kSegvLine},
+               {kFault, 0, kSegvLine},
+               {kEndless, SIGFPE, "**************** Signal occured 8\n"},
+               {kEndless, SIGABRT, ""}};
+  std::string rest =
+      "running 0 finishes 1\nreport: Uncatched exception (signal occured)\n"
+      "process goes on\n";
   for (const Case& c : cases) {
     EXPECT_EXIT(RunToSignalInChild(c.work, c.signalNumber), ::testing::ExitedWithCode(0),
                 ::testing::AllOf(::testing::HasSubstr(c.line + rest),

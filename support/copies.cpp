@@ -39,22 +39,20 @@ KernelCopy CopyInKernel(FILE* source, FILE* destination, int64_t offset, int64_t
   if (__fpending(destination) != 0 || __fpending(source) != 0) return KernelCopy::kUnsupported;
   loff_t from = offset;
   for (int64_t left = length; left > 0;) {
-    const ssize_t moved = copy_file_range(fileno(source), &from, fileno(destination),
-                                          nullptr, static_cast<size_t>(left), 0);
+    const ssize_t moved = copy_file_range(fileno(source), &from, fileno(destination), nullptr,
+                                          static_cast<size_t>(left), 0);
     if (moved < 0 && left == length) return KernelCopy::kUnsupported;
     if (moved <= 0) return KernelCopy::kFailed;  // an error, or the source ended early
     left -= moved;
   }
   const int64_t written = lseek64(fileno(destination), 0, SEEK_CUR);
   if (written < 0 || SeekFile(destination, written, SEEK_SET) != 0) return KernelCopy::kFailed;
-  return SeekFile(source, offset + length, SEEK_SET) == 0 ? KernelCopy::kDone
-                                                          : KernelCopy::kFailed;
+  return SeekFile(source, offset + length, SEEK_SET) == 0 ? KernelCopy::kDone : KernelCopy::kFailed;
 }
 
 // The copy itself, with the buffer already at hand. A range that starts past the
 // end leaves a negative length: nothing can be read there, so the copy fails.
-bool CopyRange(FILE* source, FILE* destination, int64_t offset, int64_t length,
-               char* buffer) {
+bool CopyRange(FILE* source, FILE* destination, int64_t offset, int64_t length, char* buffer) {
   if (SeekFile(source, 0, SEEK_END) != 0) return false;
   const int64_t size = TellFile(source);
   if (SeekFile(source, offset, SEEK_SET) != 0) return false;
@@ -160,8 +158,7 @@ int CopyFile(const char* source, const char* destination, int64_t offset, int64_
   return CopyFileRange(source, destination, "wb", offset, length);
 }
 
-int AppendFileRange(const char* source, const char* destination, int64_t offset,
-                    int64_t length) {
+int AppendFileRange(const char* source, const char* destination, int64_t offset, int64_t length) {
   return CopyFileRange(source, destination, "a+b", offset, length);
 }
 

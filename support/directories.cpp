@@ -229,8 +229,7 @@ int ListFiles(const char* directory, const char* pattern, std::vector<std::strin
   return ListEntries(directory, pattern, false, list);
 }
 
-int ListDirectories(const char* directory, const char* pattern,
-                    std::vector<std::string>& list) {
+int ListDirectories(const char* directory, const char* pattern, std::vector<std::string>& list) {
   return ListEntries(directory, pattern, true, list);
 }
 

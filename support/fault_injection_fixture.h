@@ -39,8 +39,8 @@ inline std::optional<std::string> RunInChild(const std::function<std::string()>&
   if (pid == 0) {
     close(pipeFds[0]);
     const std::string report = body();
-    const bool written = write(pipeFds[1], report.data(), report.size()) ==
-                         static_cast<ssize_t>(report.size());
+    const bool written =
+        write(pipeFds[1], report.data(), report.size()) == static_cast<ssize_t>(report.size());
     _exit(written ? 0 : 1);
   }
   close(pipeFds[1]);

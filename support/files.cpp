@@ -35,9 +35,7 @@ constexpr int kTempNameAttempts = 10;
 // Counter of MakeTempFileName, guarded by gTempNameMutex.
 uint32_t gTempNameCounter = 0;
 
-bool IsResourceShortage(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOMEM;
-}
+bool IsResourceShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
 // select() with no descriptors is the sleep; an interrupted wait is tried once more.
 void PauseMicros(long micros) {

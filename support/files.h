@@ -134,8 +134,7 @@ int CreateDirectoryPath(const char* path, bool singleLevel);
 int ListFiles(const char* directory, const char* pattern, std::vector<std::string>& list);
 
 // As ListFiles, for the entries that do open as directories.
-int ListDirectories(const char* directory, const char* pattern,
-                    std::vector<std::string>& list);
+int ListDirectories(const char* directory, const char* pattern, std::vector<std::string>& list);
 
 // `directory` exactly as given + the name of the first entry matching `pattern`
 // ("*": the very first entry, "." and ".." included), or "" when none matches.
@@ -180,8 +179,7 @@ int CopyDescriptorRange(int source, int64_t offset, int destination, int64_t len
 int CopyFile(const char* source, const char* destination, int64_t offset, int64_t length);
 
 // As CopyFile, but appends the range to `destination`.
-int AppendFileRange(const char* source, const char* destination, int64_t offset,
-                    int64_t length);
+int AppendFileRange(const char* source, const char* destination, int64_t offset, int64_t length);
 
 // Size of the stream in bytes; the position is kept.
 int64_t StreamSize(FILE* stream);

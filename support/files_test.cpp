@@ -51,8 +51,8 @@ TEST_F(FilesTest, OpenFileRetriesOnlyWhenOutOfDescriptors) {
               if (last.empty() || fopen64(path.c_str(), "rb") != nullptr) return "not exhausted";
               const auto start = std::chrono::steady_clock::now();
               pthread_t freer;
-              pthread_create(&freer, nullptr, CloseAfterASecond, reinterpret_cast<void*>(
-                                                                      intptr_t{last[0]}));
+              pthread_create(&freer, nullptr, CloseAfterASecond,
+                             reinterpret_cast<void*>(intptr_t{last[0]}));
               FILE* f = OpenFile(path.c_str(), "rb");
               const double waited = SecondsSince(start);
               pthread_join(freer, nullptr);
@@ -67,7 +67,10 @@ TEST_F(FilesTest, OpenFileRetriesOnlyWhenOutOfDescriptors) {
 
 TEST_F(FilesTest, ExistenceAndEmptinessTests) {
   Tree({"d/.only", "e/x1", "f"});
-  const struct { std::string path; int file, directory, empty; } cases[] = {
+  const struct {
+    std::string path;
+    int file, directory, empty;
+  } cases[] = {
       {P("d"), 1, 1, 1},  {P("d/"), 1, 1, 1}, {P("d\\"), 0, 1, 1},
       {P("e/"), 1, 1, 0}, {P("f"), 1, 0, 1},  {P("gone"), 0, 0, 1},
   };
@@ -85,12 +88,20 @@ TEST_F(FilesTest, ExistenceAndEmptinessTests) {
 // Multi-level paths are trimmed first; a single level is one mkdir of the path as given.
 TEST_F(FilesTest, CreateDirectoryPathMakesMissingComponentsAndStopsAtAFile) {
   const Names abc = {"a/", "a/b/", "a/b/c/"}, ab = {"a/", "a/b"};
-  const struct { Names before; std::string path; bool single; int result, error; Names after; }
-  cases[] = {
-      {{}, "/a/b/c", false, 1, 0, abc},       {{"a/b/c/"}, "/a/b/c", false, 1, 0, abc},
-      {{}, "/x\\y", false, 1, 0, {"x/", "x/y/"}}, {{}, "/a/b/", false, 1, 0, {"a/", "a/b/"}},
+  const struct {
+    Names before;
+    std::string path;
+    bool single;
+    int result, error;
+    Names after;
+  } cases[] = {
+      {{}, "/a/b/c", false, 1, 0, abc},
+      {{"a/b/c/"}, "/a/b/c", false, 1, 0, abc},
+      {{}, "/x\\y", false, 1, 0, {"x/", "x/y/"}},
+      {{}, "/a/b/", false, 1, 0, {"a/", "a/b/"}},
       {ab, "/a/b/c", false, 0, ENOTDIR, ab},  // a file in the way
-      {ab, "/a/b", false, 1, 0, ab},          {{}, "/a/b", true, 0, ENOENT, {}},
+      {ab, "/a/b", false, 1, 0, ab},
+      {{}, "/a/b", true, 0, ENOENT, {}},
       {{}, "/a", true, 1, 0, {"a/"}},
   };
   for (const auto& c : cases) {
@@ -108,9 +119,20 @@ TEST_F(FilesTest, CreateDirectoryPathMakesMissingComponentsAndStopsAtAFile) {
 // 0; links go as links, never followed; patterns pick files and directories by prefix.
 TEST_F(FilesTest, RemoveDirectory) {
   const Names flat = {"f1", "g1", ".h", "s1/x", "t1/", ".c/"};
-  const struct { Names tree; std::string path; bool itself; const char *files, *dirs; int result;
-                 Names after; } cases[] = {
-      {{"d/.cache/x", "d/.profile", "d/f", "d/sub/g"}, "d", true, "", "", 0,
+  const struct {
+    Names tree;
+    std::string path;
+    bool itself;
+    const char *files, *dirs;
+    int result;
+    Names after;
+  } cases[] = {
+      {{"d/.cache/x", "d/.profile", "d/f", "d/sub/g"},
+       "d",
+       true,
+       "",
+       "",
+       0,
        {"d/", "d/.cache/", "d/.cache/x"}},
       {{"e/.profile", "e/sub/.g"}, "e/", true, nullptr, nullptr, 1, {}},
       {{"out/keep", "d/f", "d/link->out"}, "d", true, nullptr, nullptr, 1, {"out/", "out/keep"}},
@@ -131,9 +153,14 @@ TEST_F(FilesTest, RemoveDirectory) {
 TEST_F(FilesTest, ListingsSkipHiddenNamesAndFilterByPrefix) {
   Tree({"a1", "a2", "b1", ".h", "d1/", "ad/", ".c/"});
   const Names all = {"kept", "a1", "a2", "b1"};  // lists are appended to
-  const struct { const char* pattern; Names files, dirs; } cases[] = {
-      {nullptr, all, {"ad", "d1"}}, {"*", all, {"ad", "d1"}},
-      {"a", {"kept", "a1", "a2"}, {"ad"}}, {"z", {"kept"}, {}},
+  const struct {
+    const char* pattern;
+    Names files, dirs;
+  } cases[] = {
+      {nullptr, all, {"ad", "d1"}},
+      {"*", all, {"ad", "d1"}},
+      {"a", {"kept", "a1", "a2"}, {"ad"}},
+      {"z", {"kept"}, {}},
   };
   for (const auto& c : cases) {
     Names files{"kept"}, dirs;
@@ -159,7 +186,11 @@ TEST_F(FilesTest, FileExistsNoCaseRewritesThePathToTheRealName) {
   Tree({"README.txt", "Docs/README.txt", "Docs/Sub/", "Docs/.Hidden"});
   const std::string cwd = fs::current_path();
   fs::current_path(dir_);
-  const struct { std::string path; int result; std::string after; } cases[] = {
+  const struct {
+    std::string path;
+    int result;
+    std::string after;
+  } cases[] = {
       {"readme.TXT", 1, "./README.txt"},          {"Docs/Readme.TXT", 1, "Docs/README.txt"},
       {"Docs\\readme.txt", 1, "Docs/README.txt"}, {"Docs/sub", 0, "Docs/sub"},
       {"Docs/.hidden", 0, "Docs/.hidden"},        {"Nope/readme.txt", 0, "Nope/readme.txt"},
@@ -178,10 +209,18 @@ TEST_F(FilesTest, CopiesTakeTheRangeThatExists) {
   for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7 + i / 251);
   Write("src", big);
   const int64_t size = static_cast<int64_t>(big.size());
-  const struct { int64_t offset, length; bool append; int result; std::string bytes; } cases[] = {
-      {3, -1, false, 1, big.substr(3)},     {10, size, false, 1, big.substr(10)},
-      {5, 10, false, 1, big.substr(5, 10)}, {size, -1, false, 1, ""},
-      {size + 1, -1, false, 0, ""},         {-1, -1, false, 0, ""},
+  const struct {
+    int64_t offset, length;
+    bool append;
+    int result;
+    std::string bytes;
+  } cases[] = {
+      {3, -1, false, 1, big.substr(3)},
+      {10, size, false, 1, big.substr(10)},
+      {5, 10, false, 1, big.substr(5, 10)},
+      {size, -1, false, 1, ""},
+      {size + 1, -1, false, 0, ""},
+      {-1, -1, false, 0, ""},
       {0, 16384, true, 1, "old contents" + big.substr(0, 16384)},
   };
   for (const auto& c : cases) {
@@ -213,11 +252,19 @@ TEST_F(FilesTest, StreamSearches) {
 }
 
 TEST_F(FilesTest, ReadTextLineStripsOneLineEnd) {
-  const struct { std::string text; int size; std::vector<std::pair<int, std::string>> lines; }
-  cases[] = {
-      {"abc\r\n", 16, {{5, "abc"}}}, {"\n", 16, {{1, ""}}}, {"\r\n", 16, {{2, ""}}},
-      {"x\r\r\n", 16, {{4, "x\r"}}}, {"a\n\nb", 16, {{2, "a"}, {1, ""}, {1, "b"}}},
-      {"abcdef\n", 5, {{3, "abc"}, {3, "def"}, {1, ""}}}, {"abc", 2, {}}, {"", 16, {}},
+  const struct {
+    std::string text;
+    int size;
+    std::vector<std::pair<int, std::string>> lines;
+  } cases[] = {
+      {"abc\r\n", 16, {{5, "abc"}}},
+      {"\n", 16, {{1, ""}}},
+      {"\r\n", 16, {{2, ""}}},
+      {"x\r\r\n", 16, {{4, "x\r"}}},
+      {"a\n\nb", 16, {{2, "a"}, {1, ""}, {1, "b"}}},
+      {"abcdef\n", 5, {{3, "abc"}, {3, "def"}, {1, ""}}},
+      {"abc", 2, {}},
+      {"", 16, {}},
   };
   for (const auto& c : cases) {
     Write("t", c.text);
@@ -234,7 +281,9 @@ TEST_F(FilesTest, ReadTextLineStripsOneLineEnd) {
 
 // Names are the prefix, at least 16 hex digits (counter, pid, rand()) and the suffix.
 TEST_F(FilesTest, MakeTempFileNameAddsOneDotBeforeTheExtension) {
-  const struct { std::string extension, ending; } cases[] = {
+  const struct {
+    std::string extension, ending;
+  } cases[] = {
       {"txt", ".txt"}, {".txt", ".txt"}, {" .txt\t", ".txt"}, {"", ""}, {".", ""},
   };
   std::string previous;
@@ -256,9 +305,15 @@ TEST_F(FilesTest, MakeTempFileNameAddsOneDotBeforeTheExtension) {
 }
 
 TEST(SamePath, ComparesWithoutSeparatorsAndOuterSpaces) {
-  const struct { std::string a, b; int result; } cases[] = {
-      {"/opt/tavik/", "opt\\tavik", 1}, {" /opt/tavik", "/opt/tavik\t", 1},
-      {"/opt/Tavik", "/opt/tavik", 0},  {"/", "/", 0}, {"", "", 0},
+  const struct {
+    std::string a, b;
+    int result;
+  } cases[] = {
+      {"/opt/tavik/", "opt\\tavik", 1},
+      {" /opt/tavik", "/opt/tavik\t", 1},
+      {"/opt/Tavik", "/opt/tavik", 0},
+      {"/", "/", 0},
+      {"", "", 0},
   };
   for (auto c : cases) EXPECT_EQ(SamePath(c.a, c.b), c.result) << c.a << " | " << c.b;
 }

@@ -22,13 +22,22 @@ const std::string kFiller(254, 'x');
 
 // Every file is read with LF and with CR LF line ends.
 TEST_F(IniFileTest, FindsTheValueOfTheFirstMatchingSection) {
-  const struct { std::string file; const char *section, *key; std::string value; } cases[] = {
+  const struct {
+    std::string file;
+    const char *section, *key;
+    std::string value;
+  } cases[] = {
       // Names match ignoring case, values keep theirs; "port" is not "portal".
-      {kSettings, "general", "PATH", "/opt/x"}, {kSettings, "GENERAL", "name", "MixedCase Value"},
-      {kSettings, "General", "empty", ""},      {kSettings, "General", "port", "<none>"},
-      {kSettings, "General", "portal", "5"},    {kSettings, "General", ";comment", "1"},
-      {kSettings, "General", "Key", "<none>"},  {kSettings, "other", "path", "/elsewhere"},
-      {kSettings, "Gen", "Path", "<none>"},     {kSettings, "Missing", "Path", "<none>"},
+      {kSettings, "general", "PATH", "/opt/x"},
+      {kSettings, "GENERAL", "name", "MixedCase Value"},
+      {kSettings, "General", "empty", ""},
+      {kSettings, "General", "port", "<none>"},
+      {kSettings, "General", "portal", "5"},
+      {kSettings, "General", ";comment", "1"},
+      {kSettings, "General", "Key", "<none>"},
+      {kSettings, "other", "path", "/elsewhere"},
+      {kSettings, "Gen", "Path", "<none>"},
+      {kSettings, "Missing", "Path", "<none>"},
       {kSettings, "General", "", "<none>"},
       // Spaces around names and delimiters are dropped, runs of them shrink to one.
       {"[Main]\n  Key  =  some   value } \n", "main", "key", "some value }"},
@@ -40,9 +49,12 @@ TEST_F(IniFileTest, FindsTheValueOfTheFirstMatchingSection) {
       {"[Main]\nKey = x= y\n", "main", "key", "x=y"},
       {"[Main]\n\n   \nKey=5", "main", "key", "5"},
       // The search ends at the first "[" after the first matching header.
-      {"[S]\na=1\n[S]\nb=2\n", "S", "b", "<none>"}, {"b=0\n[S]\nb=1\n", "S", "b", "1"},
-      {"b=0\n[T]\nb=1\n", "S", "b", "<none>"},      {"[S]\na=1\n[\nb=2\n", "S", "b", "<none>"},
-      {"[S]\nb=1\nb=2\n", "S", "b", "1"},           {"", "S", "b", "<none>"},
+      {"[S]\na=1\n[S]\nb=2\n", "S", "b", "<none>"},
+      {"b=0\n[S]\nb=1\n", "S", "b", "1"},
+      {"b=0\n[T]\nb=1\n", "S", "b", "<none>"},
+      {"[S]\na=1\n[\nb=2\n", "S", "b", "<none>"},
+      {"[S]\nb=1\nb=2\n", "S", "b", "1"},
+      {"", "S", "b", "<none>"},
       // Lines are read in 254-byte pieces; a header can be such a piece.
       {"[S]\n" + kFiller + "Key=split\nKey=whole\n", "S", "Key", "split"},
       {kFiller + "[S]\nKey=found\n", "S", "Key", "found"},
@@ -72,18 +84,27 @@ TEST_F(IniFileTest, BoundedCopyAddsNoTerminatorWhenFull) {
 
 // Null pointers compare equal; the sign is all that counts.
 TEST(IniStrings, CaseInsensitiveComparisons) {
-  const struct { const char *a, *b; int n, sign; } cases[] = {  // n -1: StrICmp
-      {"Hello", "hELLO", -1, 0},  {"a", "B", -1, -1},          {"abc", "AB", -1, 1},
-      {nullptr, "x", -1, 0},      {"x", nullptr, -1, 0},       {"HelloX", "helloY", 5, 0},
-      {"HelloX", "helloY", 6, -1}, {"ab", "AB", 10, 0},        {"abc", "AB", 10, 1},
-      {"a", "b", 0, 0},           {nullptr, "b", 1, 0},
+  const struct {
+    const char *a, *b;
+    int n, sign;
+  } cases[] = {
+      // n -1: StrICmp
+      {"Hello", "hELLO", -1, 0},   {"a", "B", -1, -1},
+      {"abc", "AB", -1, 1},        {nullptr, "x", -1, 0},
+      {"x", nullptr, -1, 0},       {"HelloX", "helloY", 5, 0},
+      {"HelloX", "helloY", 6, -1}, {"ab", "AB", 10, 0},
+      {"abc", "AB", 10, 1},        {"a", "b", 0, 0},
+      {nullptr, "b", 1, 0},
   };
   for (const auto& c : cases) {
     const int result = c.n < 0 ? StrICmp(c.a, c.b) : StrNICmp(c.a, c.b, c.n);
     EXPECT_EQ((result > 0) - (result < 0), c.sign) << (c.a ? c.a : "null") << " " << c.n;
   }
   const char text[] = "Hello World";  // StrIStr points into the caller's text
-  const struct { const char* pattern; const char* at; } found[] = {
+  const struct {
+    const char* pattern;
+    const char* at;
+  } found[] = {
       {"WORLD", text + 6}, {"o w", text + 4}, {"", text}, {"worlds", nullptr}, {nullptr, nullptr}};
   for (const auto& f : found) EXPECT_EQ(StrIStr(text, f.pattern), f.at) << f.pattern;
   EXPECT_EQ(StrIStr(static_cast<const char*>(nullptr), "a"), nullptr);
@@ -94,10 +115,15 @@ TEST(IniStrings, CaseInsensitiveComparisons) {
 TEST(IniStrings, MatchWordListTakesTheFirstMatchInListOrder) {
   const char* const days[] = {"monday", "mon", "tuesday", nullptr};
   const char* const short_words[] = {"mo", nullptr};
-  const struct { const char* text; const char* const* words; int n, index, advance; } cases[] = {
-      {"MONDAY 5", days, 0, 0, 6}, {"Mon 5", days, 0, 1, 3}, {"Tuesday", days, 0, 2, 7},
-      {"Wed", days, 0, -1, 0},     {"Tue,", days, 3, 2, 3},  {"monte", days, 3, 0, 3},
-      {"mo", days, 3, -1, 0},      {"", days, 0, -1, 0},
+  const struct {
+    const char* text;
+    const char* const* words;
+    int n, index, advance;
+  } cases[] = {
+      {"MONDAY 5", days, 0, 0, 6},  {"Mon 5", days, 0, 1, 3},
+      {"Tuesday", days, 0, 2, 7},   {"Wed", days, 0, -1, 0},
+      {"Tue,", days, 3, 2, 3},      {"monte", days, 3, 0, 3},
+      {"mo", days, 3, -1, 0},       {"", days, 0, -1, 0},
       {"MO", short_words, 3, 0, 2},  // the text ends inside the compared bytes
   };
   for (const auto& c : cases) {

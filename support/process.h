@@ -19,7 +19,7 @@
 namespace tk {
 
 // Time-out values of RunCommand with a meaning of their own.
-constexpr uint32_t kRunNoWait = 0;              // start the command and return
+constexpr uint32_t kRunNoWait = 0;                // start the command and return
 constexpr uint32_t kRunWaitForever = 0xFFFFFFFF;  // wait without limit
 
 // Longest command line RunCommand passes to the shell; longer ones are cut.

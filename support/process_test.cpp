@@ -19,11 +19,21 @@ TEST_F(RunCommandTest, ReportsTheExitCodeOfANormalEnd) {
   setenv("TK_PROCESS_TEST_VALUE", "from parent", 1);
   const std::string shared = "[ \"$TK_PROCESS_TEST_VALUE|$(pwd)\" = 'from parent|" +
                              std::filesystem::current_path().string() + "' ] || exit 9";
-  const struct { const char* command; int result, status; } cases[] = {
-      {"true", 0, 0},       {"\t exit   200 \r\n", 0, 200}, {"exit 255", 0, 255},
-      {"sleep 1; exit 3", 0, 3}, {shared.c_str(), 0, 0},           {"exit 127", -1, 0},
-      {"kill -TERM $$", -1, 0},  {"", -1, 0},              {" \t\r\n\t ", -1, 0},
-      {nullptr, -1, 0},          {"tk_no_such_command_anywhere 2>/dev/null", -1, 0},
+  const struct {
+    const char* command;
+    int result, status;
+  } cases[] = {
+      {"true", 0, 0},
+      {"\t exit   200 \r\n", 0, 200},
+      {"exit 255", 0, 255},
+      {"sleep 1; exit 3", 0, 3},
+      {shared.c_str(), 0, 0},
+      {"exit 127", -1, 0},
+      {"kill -TERM $$", -1, 0},
+      {"", -1, 0},
+      {" \t\r\n\t ", -1, 0},
+      {nullptr, -1, 0},
+      {"tk_no_such_command_anywhere 2>/dev/null", -1, 0},
   };
   for (const auto& c : cases) {
     int32_t status = -7;

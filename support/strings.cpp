@@ -243,11 +243,27 @@ std::size_t UrlEscape(std::string& s, bool /*ignored*/, bool enable) {
     char byte;
     const char* escaped;
   } kUpperCaseEscapes[] = {
-      {static_cast<char>(kDelete), "%7F"}, {'<', "%3C"}, {'>', "%3E"}, {'"', "%22"},
-      {'#', "%23"}, {'{', "%7B"}, {'}', "%7D"}, {'|', "%7C"}, {'\\', "%5C"},
-      {'^', "%5E"}, {'~', "%7E"}, {'[', "%5B"}, {']', "%5D"}, {'`', "%60"},
-      {';', "%3B"}, {'/', "%2F"}, {'?', "%3F"}, {':', "%3A"}, {'@', "%40"},
-      {'=', "%3D"}, {'&', "%26"},
+      {static_cast<char>(kDelete), "%7F"},
+      {'<', "%3C"},
+      {'>', "%3E"},
+      {'"', "%22"},
+      {'#', "%23"},
+      {'{', "%7B"},
+      {'}', "%7D"},
+      {'|', "%7C"},
+      {'\\', "%5C"},
+      {'^', "%5E"},
+      {'~', "%7E"},
+      {'[', "%5B"},
+      {']', "%5D"},
+      {'`', "%60"},
+      {';', "%3B"},
+      {'/', "%2F"},
+      {'?', "%3F"},
+      {':', "%3A"},
+      {'@', "%40"},
+      {'=', "%3D"},
+      {'&', "%26"},
   };
   for (const auto& escape : kUpperCaseEscapes) ReplaceAll(s, escape.byte, escape.escaped);
   return s.size();

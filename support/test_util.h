@@ -5,10 +5,9 @@
 #ifndef TAVIK_SUPPORT_TEST_UTIL_H_
 #define TAVIK_SUPPORT_TEST_UTIL_H_
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>

@@ -90,8 +90,7 @@ namespace {
 // The frame both codec commands share: open the two files, code with a progress
 // display over the input, close the output, report. `code` runs the codec itself.
 template <typename Code>
-int RunCodec(const CommandLine& line, ToolIo& io, const char* verb, const char* stage,
-             Code code) {
+int RunCodec(const CommandLine& line, ToolIo& io, const char* verb, const char* stage, Code code) {
   CodecFiles files;
   if (!files.Open(line.operands[0], line.operands[1])) {
     return ReportCodecFailure(io, verb, line, kLzhufOpenFailed, files.failedPath);

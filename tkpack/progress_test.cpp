@@ -43,7 +43,10 @@ void WaitForRedraw() { std::this_thread::sleep_for(kRedrawInterval * 2); }
 TEST_F(TkpackProgress, DrawsLargeStagesOnATerminalAndErasesOnlyItsOwnText) {
   for (const bool terminal : {false, true}) {
     FILE* screen = std::fopen(Path("screen").c_str(), "w");
-    const auto shown = [&] { std::fflush(screen); return ReadFile("screen"); };
+    const auto shown = [&] {
+      std::fflush(screen);
+      return ReadFile("screen");
+    };
     std::fputs("Directory Bin", screen);
     ProgressDisplay display(screen, terminal);
     display.Update("small", 0, kLargeInputBytes - 1);

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "installer/test_process.h"
-#include "support/test_util.h"
 #include "lzhuf/lzhuf.h"
+#include "support/test_util.h"
 #include "tkpack/tool.h"
 
 namespace tk {

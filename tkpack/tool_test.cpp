@@ -48,8 +48,10 @@ TEST_F(TkpackTool, UsageErrorsExitWithTwoAndDoNothing) {
        "usage: tkpack install PACKAGE DESTDIR [--quiet]\n"},
       {{"decompress", "a", "b", "--limit", "12k"},
        "tkpack: decompress: option '--limit' wants a number of bytes, not '12k'\n" + decompress},
-      {{"decompress", "a", "b", "--limit=99999999999999999999"}, "tkpack: decompress: option "
-       "'--limit' wants a number of bytes, not '99999999999999999999'\n" + decompress},
+      {{"decompress", "a", "b", "--limit=99999999999999999999"},
+       "tkpack: decompress: option "
+       "'--limit' wants a number of bytes, not '99999999999999999999'\n" +
+           decompress},
   };
   for (const auto& [words, err] : cases) ExpectRun(Tkpack(words), kExitUsage, "", err);
   EXPECT_EQ(Snapshot("."), (std::map<std::string, std::string>{{"tmp", "dir"}}));

@@ -20,7 +20,9 @@ TEST_F(TkpackVerify, PassesEveryPackageTheBuilderWrites) {
   WriteFile("src/Tree/sub/deeper/c.o", "c");
   WriteFile("src/big.bin", std::string(300000, 'z'));
   const std::pair<std::string, int> cases[] = {
-      {ReadFile("src/desc.txt"), 9}, {"", 0}, {"[Tree]\ncopydirsub:\nexcludefile: *.o\n", 4},
+      {ReadFile("src/desc.txt"), 9},
+      {"", 0},
+      {"[Tree]\ncopydirsub:\nexcludefile: *.o\n", 4},
       {"[Old]\nremovedir:\nremovedirsub:\nremovefile: *.log\ntextdir:\n", 5},
       {"[]\ncopyfile: big=#big.bin\nexec: big\n", 3}};
   for (const auto& [description, records] : cases) {
@@ -37,7 +39,8 @@ TEST_F(TkpackVerify, PassesEveryPackageTheBuilderWrites) {
 TEST_F(TkpackVerify, FindsEachProblemOfHandMadePackages) {
   const std::string dir = "[Dir]\nName = Bin\n\n";  // stands at byte 21, 18 bytes long
   const std::string r1 = "record 1 at byte 21: ", r2 = "record 2 at byte 39: ";
-  const std::tuple<std::string, std::string, int> cases[] = {  // records after the magic
+  const std::tuple<std::string, std::string, int> cases[] = {
+      // records after the magic
       {dir + "[File]\nName = \nSize = 0\n\n\n", r2 + "[File]: no name (empty \"Name = \" line)", 2},
       {dir + "[File]\nName = a\n[Exec]\nName = a\n\n\n",
        r2 + "[File] Bin/a: missing \"Size = \" line", 3},
@@ -50,9 +53,10 @@ TEST_F(TkpackVerify, FindsEachProblemOfHandMadePackages) {
   for (const auto& [records, problem, count] : cases) {
     WritePackage("bad.pkg", kMagic + records);
     const auto before = Snapshot(".");
-    ExpectRun(Tkpack({"verify", "bad.pkg"}), kExitFailure,
-              "bad.pkg: " + problem + "\nbad.pkg: 1 problem in " + std::to_string(count) +
-                  " records\n", "");
+    ExpectRun(
+        Tkpack({"verify", "bad.pkg"}), kExitFailure,
+        "bad.pkg: " + problem + "\nbad.pkg: 1 problem in " + std::to_string(count) + " records\n",
+        "");
     EXPECT_EQ(Snapshot("."), before);
   }
 }
