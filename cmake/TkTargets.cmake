@@ -13,7 +13,8 @@ function(tk_library name)
   target_link_libraries(${name} PUBLIC ${ARG_DEPS})
 endfunction()
 
-# tk_tests(LIBRARY [DEPS extra...]): NAME_test from the folder's *_test.cpp files.
+# tk_tests(LIBRARY [DEPS extra...]): NAME_test from the folder's *_test.cpp files, with the
+# shared helpers of testing/.
 # Tests find their data through TK_SOURCE_DIR and the built programs through TK_BIN_DIR.
 function(tk_tests library)
   if(NOT TK_BUILD_TESTS)
@@ -25,7 +26,8 @@ function(tk_tests library)
     return()
   endif()
   add_executable(${library}_test ${tests})
-  target_link_libraries(${library}_test PRIVATE ${library} ${ARG_DEPS} GTest::gtest_main GTest::gmock)
+  target_link_libraries(${library}_test PRIVATE ${library} ${ARG_DEPS} tk_testing GTest::gtest_main
+    GTest::gmock)
   target_compile_definitions(${library}_test PRIVATE
     TK_SOURCE_DIR="${PROJECT_SOURCE_DIR}" TK_BIN_DIR="${CMAKE_BINARY_DIR}/bin")
   gtest_discover_tests(${library}_test

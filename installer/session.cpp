@@ -18,7 +18,7 @@ namespace {
 // One scratch buffer serves the whole session: the copy of the program path, every
 // composed prompt or message, and every console line. A read at end of input leaves
 // it untouched, so the last prompt's own text is then taken as the answer.
-constexpr int kLineBufferSize = 2048;
+constexpr int kConsoleBufferSize = 2048;
 
 constexpr int kSuccess = 0;
 constexpr int kFailure = -1;  // exit status 255
@@ -51,7 +51,7 @@ void WriteLine(const char* text) { std::puts(text); }
 [[gnu::format(printf, 2, 3)]] void ComposeAndWrite(char* buffer, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  std::vsnprintf(buffer, kLineBufferSize, format, args);
+  std::vsnprintf(buffer, kConsoleBufferSize, format, args);
   va_end(args);
   Write(buffer);
 }
@@ -59,7 +59,7 @@ void WriteLine(const char* text) { std::puts(text); }
 // Everything written so far must be on the screen before the administrator types.
 void AwaitLine(char* buffer) {
   std::fflush(stdout);
-  ReadConsoleLine(buffer, kLineBufferSize);
+  ReadConsoleLine(buffer, kConsoleBufferSize);
 }
 
 int FailureEnding(char* buffer) {
@@ -70,7 +70,7 @@ int FailureEnding(char* buffer) {
 }
 
 void CopyToBuffer(char* buffer, const char* text) {
-  std::snprintf(buffer, kLineBufferSize, "%s", text);
+  std::snprintf(buffer, kConsoleBufferSize, "%s", text);
 }
 
 // The part of the program path before the last "tkinstall" (ignoring case), kept in
@@ -117,7 +117,7 @@ std::string DefaultDirectory() {
   if (const char* value = std::getenv("TAVIK")) {
     tavikText = value;
     directory = value;
-    TrimWhitespace(directory, false, true);
+    NormalizeWhitespace(directory);
     RemoveTrailingSlash(directory);
   }
   if (directory.empty()) directory = kDefaultDirectory;
@@ -128,14 +128,14 @@ std::string DefaultDirectory() {
 // The console line cleaned and upper-cased, for the Q/Y tests.
 std::string CleanAnswer(const char* line) {
   std::string answer(line);
-  TrimWhitespace(answer, false, true);
+  NormalizeWhitespace(answer);
   StrToUpper(answer);
   return answer;
 }
 
 std::string CleanDirectory(const char* line, const std::string& defaultDirectory) {
   std::string directory(line);
-  TrimWhitespace(directory, false, true);
+  NormalizeWhitespace(directory);
   RemoveTrailingSlash(directory);
   if (directory.empty()) directory = defaultDirectory;
   BackslashesToSlashes(directory);
@@ -169,7 +169,7 @@ bool AskDestination(char* buffer, const std::string& defaultDirectory, std::stri
 // ignoring case. The TAVIK text keeps its backslashes here, so C:\tavik never matches.
 bool ProfileChangesNeeded(const std::string& destination) {
   std::string current = tavikText;
-  TrimWhitespace(current, false, true);
+  NormalizeWhitespace(current);
   RemoveTrailingSlash(current);
   std::string chosen = destination;
   StrToUpper(current);
@@ -234,7 +234,7 @@ void ReadConsoleLine(char* buffer, int size) {
 bool IsServiceRunning() {
   if (tavikText.empty()) return false;
   std::string marker = tavikText;
-  TrimWhitespace(marker, false, true);
+  NormalizeWhitespace(marker);
   AddTrailingSlash(marker);
   marker += "Bin";
   AddTrailingSlash(marker);
@@ -244,7 +244,7 @@ bool IsServiceRunning() {
 
 int InstallerMain(int argc, char** argv) {
   tavikText.clear();
-  char buffer[kLineBufferSize] = {};
+  char buffer[kConsoleBufferSize] = {};
   const std::string installerDirectory =
       FindInstallerDirectory(buffer, argc > 0 ? argv[0] : nullptr);
 

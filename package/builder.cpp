@@ -31,7 +31,7 @@ bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirect
   error_.clear();
   if (descriptionPath == nullptr) return Fail("No description file");
   std::string base = baseDirectory != nullptr ? baseDirectory : "";
-  TrimWhitespace(base, false, true);
+  NormalizeWhitespace(base);
   AddTrailingSlash(base);
   UniqueFile description(OpenFile(descriptionPath, "r"));
   if (description == nullptr) {

@@ -3,18 +3,14 @@
 #include <utility>
 
 #include "package/package.h"
-#include "support/files.h"
+#include "support/directories.h"
 #include "support/strings.h"
 
 namespace tk {
 
 namespace {
 
-constexpr const char* kHeaderSection = "HEADER";
 const std::string kWriteFailed = "Cannot write package file";
-
-// Trimmed: tabs to spaces, CR and LF gone, runs of spaces made one, ends cut.
-void Trim(std::string& s) { TrimWhitespace(s, false, true); }
 
 bool IsComment(const std::string& line) {
   return line.starts_with("\\\\") || line.starts_with("//") || line.starts_with(";");
@@ -35,7 +31,7 @@ bool DescriptionBuilder::Fail(std::string message) {
 
 bool DescriptionBuilder::ProcessLine(const std::string& rawLine) {
   std::string line = rawLine;
-  Trim(line);
+  NormalizeWhitespace(line);
   if (line.empty() || IsComment(line)) return true;
   if (line[0] == '[') {
     const std::size_t close = line.find(']');
@@ -58,7 +54,7 @@ bool DescriptionBuilder::StartSection(const std::string& line, const std::string
   mode_ = Mode::kNone;
   perl_ = false;
   std::string name = rawName;
-  Trim(name);
+  NormalizeWhitespace(name);
   std::string upper = name;
   StrToUpper(upper);
   if (upper != kHeaderSection) return StartDirectorySection(std::move(name));
@@ -100,12 +96,12 @@ bool DescriptionBuilder::ProcessCommandLine(const std::string& line) {
   const std::size_t colon = line.find(':');
   if (colon != std::string::npos) {
     std::string word = line.substr(0, colon);
-    Trim(word);
+    NormalizeWhitespace(word);
     StrToLower(word);
     for (const Entry& entry : kCommands) {
       if (word != entry.word) continue;
       std::string argument = line.substr(colon + 1);
-      Trim(argument);
+      NormalizeWhitespace(argument);
       return RunCommand(entry.command, argument);
     }
   }
@@ -195,15 +191,15 @@ bool DescriptionBuilder::QueueCopyFile(const std::string& argument, bool perl) {
   std::string source;
   if (withEquals) {
     source = argument.substr(equals + 1);
-    Trim(source);
+    NormalizeWhitespace(source);
     source = RewriteSource(source);
   } else {
     source = sectionDirectory_;
     AddTrailingSlash(source);
     source += argument;
   }
-  Trim(target);
-  Trim(source);
+  NormalizeWhitespace(target);
+  NormalizeWhitespace(source);
   BackslashesToSlashes(source);
   if (source.empty()) return Fail("No source file");
   if (target.empty()) return Fail("No target file");

@@ -5,7 +5,7 @@
 
 #include "package/package.h"
 #include "package/record_applier.h"
-#include "support/files.h"
+#include "support/directories.h"
 #include "support/strings.h"
 
 namespace tk {
@@ -35,7 +35,7 @@ bool TkPackage::InstallPackage(const char* packagePath, const char* destination,
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
   std::string target = destinationArgument;
-  TrimWhitespace(target, false, true);
+  NormalizeWhitespace(target);
   RemoveTrailingSlash(target);
   if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
     return Fail("cannot create target directory: " + target);

@@ -10,8 +10,6 @@ namespace {
 // The header must lie within the first bytes of the stream; only those are decoded.
 constexpr uint64_t kHeaderDecodeLimit = 100000;
 
-constexpr const char* kHeaderSection = "HEADER";
-
 }  // namespace
 
 TkPackage::TkPackage() = default;

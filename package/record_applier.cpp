@@ -7,6 +7,8 @@
 
 #include "package/name_pattern.h"
 #include "package/package.h"
+#include "support/copies.h"
+#include "support/directories.h"
 #include "support/files.h"
 #include "support/strings.h"
 

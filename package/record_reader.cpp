@@ -14,9 +14,6 @@ namespace tk {
 
 namespace {
 
-// Lines come in pieces of at most kLineBufferSize - 2 characters.
-constexpr int kLineBufferSize = 2048;
-
 struct SectionKind {
   const char* section;
   RecordKind kind;
@@ -45,14 +42,12 @@ const char* RecordKindName(RecordKind kind) {
   return "Other";
 }
 
-void NormalizeRecordLine(std::string& line) { TrimWhitespace(line, false, true); }
-
 bool ParseSectionLine(const std::string& line, std::string& section) {
   if (line.empty() || line[0] != '[') return false;
   const std::size_t close = line.find(']');
   if (close == std::string::npos) return false;
   section = line.substr(1, close - 1);
-  NormalizeRecordLine(section);
+  NormalizeWhitespace(section);
   StrToUpper(section);
   return true;
 }
@@ -79,7 +74,7 @@ bool NameEscapesInstallation(const std::string& name) {
 }
 
 PackageRecordReader::PackageRecordReader(FILE* stream)
-    : stream_(stream), streamSize_(tk::StreamSize(stream)), buffer_(kLineBufferSize) {}
+    : stream_(stream), streamSize_(tk::StreamSize(stream)), buffer_(kRecordLineBufferSize) {}
 
 bool PackageRecordReader::ReadLine(std::string& line, int64_t* offset) {
   if (hasPending_) {
@@ -89,7 +84,7 @@ bool PackageRecordReader::ReadLine(std::string& line, int64_t* offset) {
     return true;
   }
   if (offset != nullptr) *offset = TellFile(stream_);
-  if (ReadTextLine(buffer_.data(), kLineBufferSize, stream_) == 0) return false;
+  if (ReadTextLine(buffer_.data(), kRecordLineBufferSize, stream_) == 0) return false;
   line.assign(buffer_.data());
   return true;
 }
@@ -103,7 +98,7 @@ void PackageRecordReader::PushBack(std::string line, int64_t offset) {
 bool PackageRecordReader::ReadMagic() {
   std::string line;
   if (!ReadLine(line, nullptr)) return false;
-  NormalizeRecordLine(line);
+  NormalizeWhitespace(line);
   if (line != kPackageMagic) return false;
   return ReadLine(line, nullptr);
 }
@@ -114,7 +109,7 @@ PackageRecordReader::Status PackageRecordReader::Next(PackageRecord& record) {
   int64_t offset = 0;
   do {
     if (!ReadLine(line, &offset)) return Status::kEnd;
-    NormalizeRecordLine(line);
+    NormalizeWhitespace(line);
   } while (!ParseSectionLine(line, section));
   StartRecord(record, std::move(section), offset);
   if (record.kind == RecordKind::kOther) {
@@ -153,12 +148,12 @@ bool PackageRecordReader::ReadKey(const char* key, std::string& value, PackageRe
     record.problem = "missing " + KeyLineText(key);
     std::string normalized = line;
     std::string section;
-    NormalizeRecordLine(normalized);
+    NormalizeWhitespace(normalized);
     if (ParseSectionLine(normalized, section)) PushBack(std::move(line), offset);
     return false;
   }
   value = line.substr(at + std::strlen(key));
-  NormalizeRecordLine(value);
+  NormalizeWhitespace(value);
   return true;
 }
 
@@ -238,7 +233,7 @@ void PackageRecordReader::ReadOtherLines(PackageRecord& record) {
   int64_t offset = 0;
   while (ReadLine(line, &offset)) {
     std::string normalized = line;
-    NormalizeRecordLine(normalized);
+    NormalizeWhitespace(normalized);
     if (ParseSectionLine(normalized, section)) {
       PushBack(std::move(line), offset);
       return;

@@ -5,13 +5,13 @@
 // records it hands out, and listing or verifying tools walk the same records without
 // writing.
 //
-// Lines are read with ReadTextLine into a kLineBufferSize buffer, so a line of more than
-// 2046 characters arrives as several lines. Every line looked at is whitespace-normalised
-// (tabs to blanks, CR and LF removed, blanks trimmed, inner runs collapsed). A section line
-// is a normalised line that begins with "[" and contains "]"; its name is the text up to
-// the first "]", normalised and upper-cased. Key lines must follow the section line
-// directly ("Name = ", then "Size = " for files or "Withsubdir = " for directory removals);
-// the key text may stand anywhere in its line.
+// Lines are read with ReadTextLine into a kRecordLineBufferSize buffer, so a line of more
+// than 2046 characters arrives as several lines. Every line looked at goes through
+// NormalizeWhitespace (tabs to blanks, CR and LF removed, blanks trimmed, inner runs
+// collapsed). A section line is a normalised line that begins with "[" and contains "]";
+// its name is the text up to the first "]", normalised and upper-cased. Key lines must
+// follow the section line directly ("Name = ", then "Size = " for files or "Withsubdir = "
+// for directory removals); the key text may stand anywhere in its line.
 //
 // Not thread-safe: one reader per stream, used from one thread.
 #ifndef TAVIK_PACKAGE_RECORD_READER_H_
@@ -27,6 +27,13 @@ namespace tk {
 // The magic line that opens every record stream, and the version the builder writes.
 inline constexpr const char* kPackageMagic = "TAVIK PACKAGE FILE";
 inline constexpr const char* kPackageVersion = "1";
+
+// The reader's line buffer: lines come in pieces of at most kRecordLineBufferSize - 2
+// characters.
+inline constexpr int kRecordLineBufferSize = 2048;
+
+// The section of the header lines that ReadPackageHeader hands out.
+inline constexpr const char* kHeaderSection = "HEADER";
 
 // Key texts, case-sensitive, blanks included.
 inline constexpr const char* kNameKey = "Name = ";
@@ -117,9 +124,6 @@ class PackageRecordReader {
   int64_t pendingOffset_ = 0;
   std::vector<char> buffer_;
 };
-
-// Whitespace normalisation of every line and value the reader looks at.
-void NormalizeRecordLine(std::string& line);
 
 // True when the normalised `line` is a section line; `section` then receives the
 // normalised, upper-cased name (empty for "[]").

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "package/package.h"
+#include "support/copies.h"
 #include "support/files.h"
 
 namespace tk {

@@ -1,4 +1,6 @@
 // Byte-range copies between streams and files of the file-system utilities.
+#include "support/copies.h"
+
 #include <stdio_ext.h>
 #include <unistd.h>
 

@@ -1,3 +1,5 @@
+#include "support/copies.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 

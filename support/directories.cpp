@@ -1,4 +1,6 @@
 // Directory tests, walks, removal and creation of the file-system utilities.
+#include "support/directories.h"
+
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,7 +9,6 @@
 #include <cstring>
 #include <memory>
 
-#include "support/files.h"
 #include "support/strings.h"
 
 namespace tk {
@@ -209,7 +210,7 @@ int CreateDirectoryPath(const char* path, bool singleLevel) {
   if (DirectoryExists(path)) return 1;
   if (singleLevel) return mkdir(path, kDirectoryMode) == 0 ? 1 : 0;
   std::string rest = path;
-  TrimWhitespace(rest, false, true);
+  NormalizeWhitespace(rest);
   std::replace(rest.begin(), rest.end(), '\\', '/');
   std::string built;
   if (!rest.empty() && rest.front() == '/') {

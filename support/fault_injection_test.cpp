@@ -7,6 +7,8 @@
 
 #include <functional>
 
+#include "support/copies.h"
+#include "support/directories.h"
 #include "support/fault_injection_fixture.h"
 #include "support/files.h"
 #include "support/test_util.h"

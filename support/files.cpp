@@ -126,8 +126,6 @@ int SeekFile(FILE* stream, int64_t offset, int whence) { return fseeko64(stream,
 
 int64_t TellFile(FILE* stream) { return ftello64(stream); }
 
-int64_t ParseInt64(const char* text) { return atoll(text); }
-
 void DeleteFile(const char* path) {
   if (path != nullptr && *path != '\0') unlink(path);
 }
@@ -140,7 +138,7 @@ int FileExists(const char* path) {
 
 int SamePath(std::string& a, std::string& b) {
   for (std::string* s : {&a, &b}) {
-    TrimWhitespace(*s, false, true);
+    NormalizeWhitespace(*s);
     std::erase_if(*s, [](char c) { return c == '/' || c == '\\'; });
   }
   if (a.empty() || b.empty()) return 0;
@@ -197,7 +195,7 @@ int64_t FileSize(const char* path) {
 int MakeTempFileName(std::string& result, std::string& directory, std::string& extension,
                      std::string& prefix, std::string& suffix) {
   for (std::string* s : {&directory, &extension, &prefix, &suffix}) {
-    TrimWhitespace(*s, false, true);
+    NormalizeWhitespace(*s);
   }
   gTempNameMutex.Lock();
   AddTrailingSlash(directory);

@@ -1,15 +1,10 @@
-// File-system utilities over POSIX: opening with a retry when the process runs out
-// of descriptors, existence tests, recursive creation and removal of directories,
-// prefix-filtered listings, byte-range copies and unique temporary names.
+// File utilities over POSIX: opening with a retry when the process runs out of
+// descriptors, owners that close and delete on every way out, 64-bit offsets, existence
+// tests, line and pattern reading, sizes and unique temporary names. Directories are in
+// directories.h, byte-range copies in copies.h.
 //
-// Common rules: directory paths are copied into a 2048-byte buffer (longer paths
-// are cut silently) and lose one trailing "/"; an empty directory path means "."
-// (so a walk of "/" itself walks "."). Whether an entry is a directory is decided by
-// opening it as one, so a link to a directory counts as a directory.
-// Listings skip every name beginning with ".". A prefix pattern matches names that
-// begin with it; "*" and "" (or null where allowed) match everything. Offsets and
-// sizes are signed 64-bit. Nothing here prints or throws; results say what happened
-// and errno is left as the last system call set it.
+// Offsets and sizes are signed 64-bit. Nothing here prints or throws; results say what
+// happened and errno is left as the last system call set it.
 //
 // Thread-safe except for errno; MakeTempFileName serialises on its own mutex.
 #ifndef TAVIK_SUPPORT_FILES_H_
@@ -21,7 +16,6 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace tk {
 
@@ -76,73 +70,24 @@ class TempFileGuard {
 
 // ---- 64-bit offsets ------------------------------------------------------------
 
-// fseeko64 / ftello64 / atoll, arguments and results passed through unchanged.
+// fseeko64 / ftello64, arguments and results passed through unchanged.
 int SeekFile(FILE* stream, int64_t offset, int whence);
 int64_t TellFile(FILE* stream);
-int64_t ParseInt64(const char* text);
 
-// ---- Tests ---------------------------------------------------------------------
+// ---- Tests ----------------------------------------------------------------------
 
 // 1 when `path` can be opened with mode "rb", else 0 (also for null or ""). A
 // directory opens too, so it counts as existing here.
 int FileExists(const char* path);
 
-// 1 when `path` opens as a directory, else 0. One trailing "/" and then one trailing
-// "\" are ignored; "/" itself (nothing left after that) gives 0.
-int DirectoryExists(const char* path);
-
-// 1 when the directory part of `path` holds a file (not a directory) whose name
-// equals the file name of `path` ignoring letter case; `path` is then rewritten as
-// directory + "/" + the real name ("./NAME" for a bare name). Else 0, `path` as was.
-int FileExistsNoCase(std::string& path);
-
-// 1 when the directory holds no entry whose name does not begin with "."; also 1
-// for null or a directory that cannot be opened; 0 otherwise.
-int DirectoryIsEmpty(const char* path);
-
-// ---- Removal and creation ------------------------------------------------------
-
-// Unlinks `path` unless it is null or ""; failure is ignored.
-void DeleteFile(const char* path);
-
-// Unlinks every entry of `directory` that matches the prefix pattern, hidden
-// entries included; the path is `directory` exactly as given + the name.
-void DeleteFilesByPrefix(const char* directory, const char* pattern);
-
-// Removes the entries of `path` that match the patterns (prefixes; null or "*" =
-// all, "" = none of that kind); subdirectories whose names begin with "." are never
-// entered, and symbolic links are removed as links, never followed. With
-// `removeItself`, removes everything inside and then the directory itself, ignoring
-// the patterns. Returns 1 on success (also when `path` is null or
-// not a directory) and 0 if anything could not be removed; partial work stays.
-int RemoveDirectory(const char* path, bool removeItself, const char* filePattern,
-                    const char* dirPattern);
-
-// Creates `path` (mode 0777 less umask). With `singleLevel`, one mkdir; otherwise
-// every missing component in turn, after TrimWhitespace and "\" -> "/". Components
-// that exist are passed through unchecked: a file in the way fails at the mkdir
-// below it, and a file as the last component counts as success. Returns 1 on
-// success or when it already exists, 0 on failure (directories made so far stay).
-int CreateDirectoryPath(const char* path, bool singleLevel);
-
-// ---- Listings ------------------------------------------------------------------
-
-// Appends to `list` the bare names of the entries of `directory` that match the
-// prefix `pattern` (null or "*" = all) and do not open as directories, in the order
-// the system returns them. 0 for a null directory; else 1, even when the directory
-// cannot be opened (the list is then unchanged).
-int ListFiles(const char* directory, const char* pattern, std::vector<std::string>& list);
-
-// As ListFiles, for the entries that do open as directories.
-int ListDirectories(const char* directory, const char* pattern, std::vector<std::string>& list);
-
-// `directory` exactly as given + the name of the first entry matching `pattern`
-// ("*": the very first entry, "." and ".." included), or "" when none matches.
-std::string FindFileByPrefix(const char* directory, const char* pattern);
-
 // 1 when `a` and `b` are equal, byte for byte, after TrimWhitespace and removal of
 // every "/" and "\" (both are modified); 0 when they differ or either ends empty.
 int SamePath(std::string& a, std::string& b);
+
+// ---- Removal --------------------------------------------------------------------
+
+// Unlinks `path` unless it is null or ""; failure is ignored.
+void DeleteFile(const char* path);
 
 // ---- Reading -------------------------------------------------------------------
 
@@ -157,29 +102,7 @@ int ReadTextLine(char* buffer, int size, FILE* stream);
 // hides the rest of the block it was read in.
 uint32_t FindInStream(FILE* stream, const char* text);
 
-// ---- Copies --------------------------------------------------------------------
-
-// Copies `length` bytes (-1 or past the end: up to the end) starting at `offset` of
-// `source` to the current position of `destination`, in 16384-byte blocks. Returns
-// 1, or 0 on a null stream, a failed seek, a short read or a short write; an
-// `offset` past the end (nothing to read there) and any other negative `length`
-// give 0. Neither stream is closed or rewound.
-int CopyStreamRange(FILE* source, FILE* destination, int64_t offset, int64_t length);
-
-// Copies exactly `length` bytes of descriptor `source`, starting at `offset`, to the
-// current position of descriptor `destination`; the source's file position does not
-// move. The kernel copies (copy_file_range) where it can; where it refuses (another file
-// system, a device, a pipe) the rest goes in 16384-byte blocks. Returns 1, or 0 when the
-// source ends early, a read or a write fails, or `offset` or `length` is negative; a
-// partial copy stays.
-int CopyDescriptorRange(int source, int64_t offset, int destination, int64_t length);
-
-// CopyStreamRange from file `source` into file `destination`, created or
-// truncated. Returns 1 or 0 (0 also for null or "" paths); a partial copy stays.
-int CopyFile(const char* source, const char* destination, int64_t offset, int64_t length);
-
-// As CopyFile, but appends the range to `destination`.
-int AppendFileRange(const char* source, const char* destination, int64_t offset, int64_t length);
+// ---- Sizes ----------------------------------------------------------------------
 
 // Size of the stream in bytes; the position is kept.
 int64_t StreamSize(FILE* stream);

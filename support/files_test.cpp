@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "support/copies.h"
+#include "support/directories.h"
 #include "support/fault_injection_fixture.h"
 #include "support/test_util.h"
 

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kNameBufferSize = 100;
 // Each read takes at most this many bytes; a longer line reads as several lines.
 constexpr int kMaxLineRead = 254;
-constexpr std::size_t kLineBufferSize = kMaxLineRead + 2;
+constexpr std::size_t kIniLineBufferSize = kMaxLineRead + 2;
 
 int LowerByte(const char* p) { return std::tolower(static_cast<unsigned char>(*p)); }
 
@@ -68,9 +68,9 @@ void BuildLowerName(char (&buffer)[kNameBufferSize], const char* before, const c
 // Scans `in` for the key line of the section. Returns the cleaned line's value
 // text in `cleaned`, or null when the section or the key is not found.
 const char* FindValue(FILE* in, const char* header, const char* keyPrefix,
-                      char (&cleaned)[kLineBufferSize]) {
-  char line[kLineBufferSize];
-  char lower[kLineBufferSize];
+                      char (&cleaned)[kIniLineBufferSize]) {
+  char line[kIniLineBufferSize];
+  char lower[kIniLineBufferSize];
   bool in_section = false;
   while (std::fgets(line, kMaxLineRead + 1, in) != nullptr) {
     StripLineEnd(line);
@@ -102,7 +102,7 @@ void ReadIniValue(const char* path, char* out, unsigned outSize, const char* sec
   if (path == nullptr) return;
   UniqueFile in(OpenFile(path, "r"));
   if (in == nullptr) return;
-  char cleaned[kLineBufferSize];
+  char cleaned[kIniLineBufferSize];
   const char* value = FindValue(in.get(), header, key_prefix, cleaned);
   // A value that fills the buffer is left without a terminator, as callers expect.
   if (value != nullptr) std::strncpy(out, value, outSize);

@@ -98,7 +98,7 @@ int RunCommand(const char* command, int32_t* exitStatus, uint32_t timeoutSeconds
   if (command == nullptr) return -1;
 
   std::string cleaned(command);
-  TrimWhitespace(cleaned, false, true);
+  NormalizeWhitespace(cleaned);
   if (cleaned.empty()) return -1;
   char line[kMaxCommandLength + 1];
   const size_t length = cleaned.size() < sizeof line ? cleaned.size() : sizeof line - 1;

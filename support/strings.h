@@ -35,6 +35,12 @@ char* CStrToUpper(char* s);
 // end, then all spaces go when `removeAllSpaces`. The two branches differ on purpose.
 void TrimWhitespace(std::string& s, bool removeAllSpaces, bool collapseSpaces);
 
+// The whitespace normalisation that every path, answer and record line goes through:
+// NormalizeWhitespace(s), so "\ta  b\r\n" -> "a b" and "  " -> "".
+inline void NormalizeWhitespace(std::string& s) {
+  TrimWhitespace(s, /*removeAllSpaces=*/false, /*collapseSpaces=*/true);
+}
+
 // Removes all leading and trailing 0x20 spaces (tabs and line ends are kept).
 void TrimSpaces(std::string& s);
 

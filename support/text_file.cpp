@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 
+#include "support/copies.h"
 #include "support/files.h"
 
 namespace tk {
@@ -12,9 +13,9 @@ namespace tk {
 namespace {
 
 // The line buffer, and the size handed to each read: the gap leaves room for the
-// terminator written at kLineReadSize and the line feed appended after a line.
-constexpr int kLineBufferSize = 65536;
-constexpr int kLineReadSize = 65530;
+// terminator written at kConvertReadSize and the line feed appended after a line.
+constexpr int kConvertBufferSize = 65536;
+constexpr int kConvertReadSize = 65530;
 constexpr const char* kTempSuffix = ".tktmpascii";
 
 using Buffer = std::unique_ptr<char[]>;
@@ -26,7 +27,7 @@ Buffer AllocateBuffer(std::size_t size) { return Buffer(new (std::nothrow) char[
 bool FirstLineEndsWithNewline(const char* path, char* buffer) {
   UniqueFile in(OpenFile(path, "r"));
   if (in == nullptr) return false;
-  if (std::fgets(buffer, kLineReadSize, in.get()) == nullptr) return false;
+  if (std::fgets(buffer, kConvertReadSize, in.get()) == nullptr) return false;
   const std::size_t length = std::strlen(buffer);
   return length > 0 && buffer[length - 1] == '\n';
 }
@@ -34,8 +35,8 @@ bool FirstLineEndsWithNewline(const char* path, char* buffer) {
 // Writes every line of `in` to `out` ended by a single line feed. False on a short
 // write.
 bool CopyLinesWithNewlines(FILE* in, FILE* out, char* buffer) {
-  while (ReadTextLine(buffer, kLineReadSize, in) > 0) {
-    buffer[kLineReadSize] = '\0';
+  while (ReadTextLine(buffer, kConvertReadSize, in) > 0) {
+    buffer[kConvertReadSize] = '\0';
     std::size_t length = std::strlen(buffer);
     buffer[length++] = '\n';
     if (std::fwrite(buffer, 1, length, out) != length) return false;
@@ -59,7 +60,7 @@ bool WriteConvertedCopy(const char* path, const char* tempPath, char* buffer) {
 
 void ConvertTextFile(const char* path) {
   if (path == nullptr) return;
-  Buffer buffer = AllocateBuffer(kLineBufferSize);
+  Buffer buffer = AllocateBuffer(kConvertBufferSize);
   if (buffer == nullptr || !FirstLineEndsWithNewline(path, buffer.get())) return;
   TempFileGuard temp(std::string(path) + kTempSuffix);
   if (!WriteConvertedCopy(path, temp.path().c_str(), buffer.get())) return;

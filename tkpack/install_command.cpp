@@ -21,7 +21,7 @@ constexpr const char* kQuietOption = "--quiet";
 // merely hide the second stage.
 std::string InstallTempPath(const std::string& packagePath, const std::string& destination) {
   std::string path = destination;
-  TrimWhitespace(path, false, true);
+  NormalizeWhitespace(path);
   RemoveTrailingSlash(path);
   AddTrailingSlash(path);
   std::size_t cut = packagePath.rfind('/');

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "lzhuf/lzhuf.h"
-#include "support/files.h"
+#include "support/directories.h"
 
 namespace tk {
 

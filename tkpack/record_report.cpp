@@ -8,7 +8,6 @@ namespace tk {
 
 namespace {
 
-constexpr const char* kHeaderSection = "HEADER";
 // Widths of the kind and size columns of a listing ("RemoveFile" is the longest kind).
 constexpr int kKindColumn = 10;
 constexpr int kSizeColumn = 12;
