@@ -19,7 +19,7 @@ class DecodedPackage {
  public:
   enum class Result { kOk, kDecodeFailed, kOpenFailed };
 
-  // The decompressed stream will live in `tempPath` (conventionally ending in ".tk_temp").
+  // The decompressed stream will live in `tempPath` (one of temp_paths.h).
   explicit DecodedPackage(std::string tempPath) : guard_(std::move(tempPath)) {}
   DecodedPackage(const DecodedPackage&) = delete;
   DecodedPackage& operator=(const DecodedPackage&) = delete;

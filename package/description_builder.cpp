@@ -10,7 +10,7 @@ namespace tk {
 
 namespace {
 
-const std::string kWriteFailed = "Cannot write package file";
+using B = DescriptionBuilder;
 
 bool IsComment(const std::string& line) {
   return line.starts_with("\\\\") || line.starts_with("//") || line.starts_with(";");
@@ -20,7 +20,11 @@ bool IsComment(const std::string& line) {
 
 DescriptionBuilder::DescriptionBuilder(TkPackage& package, std::string& error,
                                        std::string baseDirectory, FILE* out)
-    : package_(package), error_(error), base_(std::move(baseDirectory)), out_(out) {
+    : package_(package),
+      error_(error),
+      base_(std::move(baseDirectory)),
+      out_(out),
+      queues_(kCommandCount) {
   if (out_ != nullptr) writer_ = std::make_unique<PackageRecordWriter>(out_);
 }
 
@@ -41,7 +45,7 @@ bool DescriptionBuilder::ProcessLine(const std::string& rawLine) {
     case Mode::kNone:
       return true;
     case Mode::kHeader:
-      return out_ == nullptr || writer_->WriteLine(line) || Fail(kWriteFailed);
+      return out_ == nullptr || writer_->WriteLine(line) || WriteFailed();
     case Mode::kDirectory:
       return ProcessCommandLine(line);
   }
@@ -59,7 +63,7 @@ bool DescriptionBuilder::StartSection(const std::string& line, const std::string
   StrToUpper(upper);
   if (upper != kHeaderSection) return StartDirectorySection(std::move(name));
   mode_ = Mode::kHeader;
-  return out_ == nullptr || writer_->WriteLine(line) || Fail(kWriteFailed);
+  return out_ == nullptr || writer_->WriteLine(line) || WriteFailed();
 }
 
 bool DescriptionBuilder::StartDirectorySection(std::string name) {
@@ -75,99 +79,98 @@ bool DescriptionBuilder::StartDirectorySection(std::string name) {
   }
   sectionName_ = std::move(name);
   mode_ = Mode::kDirectory;
-  return out_ == nullptr || writer_->WriteDir(sectionName_) || Fail(kWriteFailed);
+  return out_ == nullptr || writer_->WriteDir(sectionName_) || WriteFailed();
 }
+
+// The commands of a directory section, in the order their queues are written.
+const B::Command B::kCommands[] = {
+    {"removedir", &B::EnqueueSectionName, &B::WriteRemoveDir},
+    {"removedirsub", &B::EnqueueSectionName, &B::WriteRemoveDirTree},
+    {"removefile", &B::EnqueueArgument, &B::WriteRemoveFile},
+    {"copyfile", &B::EnqueueCopyFile, &B::WriteCopyFile},
+    {"copyperlfile", &B::EnqueueCopyFile, &B::WriteCopyPerlFile},
+    {"copydir", &B::EnqueueDirectory, &B::WriteCopyDir},
+    {"copydirsub", &B::EnqueueDirectory, &B::WriteCopyDirTree},
+    {"exec", &B::EnqueueArgument, &B::WriteExec},
+    {"textfile", &B::EnqueueArgument, &B::WriteTextFile},
+    {"textdir", &B::EnqueueSectionName, &B::WriteTextDir},
+    {"excludefile", &B::EnqueueArgument, nullptr},
+    {"excludedir", &B::EnqueueArgument, nullptr},
+    {"perlencode", &B::SetPerlEncode, nullptr},
+};
+const std::size_t B::kCommandCount = std::size(kCommands);
+
+// The arguments of one TkPackage::AddPackageEntry call, by name.
+struct DescriptionBuilder::Entry {
+  std::string targetName = "";
+  std::string sourcePath = "";
+  bool isDirectory = false;
+  bool withSubdirectories = false;
+  bool isRemoveDir = false;
+  bool isTextDir = false;
+  std::string relativePath = "";
+  const std::vector<std::string>* excludeFiles = nullptr;
+  const std::vector<std::string>* excludeDirs = nullptr;
+  bool perlEncode = false;
+};
 
 // "word: argument" when the word is a command; anything else copies the file it names.
 bool DescriptionBuilder::ProcessCommandLine(const std::string& line) {
-  struct Entry {
-    const char* word;
-    Command command;
-  };
-  static constexpr Entry kCommands[] = {
-      {"copyfile", Command::kCopyFile},         {"copyperlfile", Command::kCopyPerlFile},
-      {"perlencode", Command::kPerlEncode},     {"copydir", Command::kCopyDir},
-      {"copydirsub", Command::kCopyDirSub},     {"removedir", Command::kRemoveDir},
-      {"removedirsub", Command::kRemoveDirSub}, {"excludefile", Command::kExcludeFile},
-      {"excludedir", Command::kExcludeDir},     {"exec", Command::kExec},
-      {"removefile", Command::kRemoveFile},     {"textfile", Command::kTextFile},
-      {"textdir", Command::kTextDir},
-  };
   const std::size_t colon = line.find(':');
   if (colon != std::string::npos) {
     std::string word = line.substr(0, colon);
     NormalizeWhitespace(word);
     StrToLower(word);
-    for (const Entry& entry : kCommands) {
-      if (word != entry.word) continue;
+    if (const Command* command = FindCommand(word)) {
       std::string argument = line.substr(colon + 1);
       NormalizeWhitespace(argument);
-      return RunCommand(entry.command, argument);
+      return (this->*command->enqueue)(argument, queues_[command - kCommands]);
     }
   }
-  return QueueCopyFile(line, false);
+  return EnqueueCopyFile(line, QueueOf("copyfile"));
 }
 
-bool DescriptionBuilder::RunCommand(Command command, const std::string& argument) {
-  switch (command) {
-    case Command::kCopyFile:
-      return QueueCopyFile(argument, false);
-    case Command::kCopyPerlFile:
-      return QueueCopyFile(argument, true);
-    case Command::kPerlEncode:
-      perl_ = true;
-      return true;
-    case Command::kCopyDir:
-      return QueueDirectory(argument, queues_.copyDir);
-    case Command::kCopyDirSub:
-      return QueueDirectory(argument, queues_.copyDirTree);
-    case Command::kRemoveDir:
-      Queue(queues_.removeDir, sectionName_);
-      return true;
-    case Command::kRemoveDirSub:
-      Queue(queues_.removeDirTree, sectionName_);
-      return true;
-    case Command::kTextDir:
-      Queue(queues_.textDir, sectionName_);
-      return true;
-    case Command::kExcludeFile:
-      QueueArgument(argument, queues_.excludeFile);
-      return true;
-    case Command::kExcludeDir:
-      QueueArgument(argument, queues_.excludeDir);
-      return true;
-    case Command::kExec:
-      QueueArgument(argument, queues_.exec);
-      return true;
-    case Command::kRemoveFile:
-      QueueArgument(argument, queues_.removeFile);
-      return true;
-    case Command::kTextFile:
-      QueueArgument(argument, queues_.textFile);
-      return true;
+const DescriptionBuilder::Command* DescriptionBuilder::FindCommand(const std::string& word) const {
+  for (const Command& command : kCommands) {
+    if (word == command.word) return &command;
   }
-  return true;
+  return nullptr;
+}
+
+DescriptionBuilder::Queue& DescriptionBuilder::QueueOf(const char* word) {
+  return queues_[FindCommand(word) - kCommands];
 }
 
 // Validation runs every check but keeps nothing.
-void DescriptionBuilder::Queue(std::vector<std::string>& queue, std::string entry) {
+void DescriptionBuilder::Keep(Queue& queue, std::string entry) {
   if (out_ != nullptr) queue.push_back(std::move(entry));
 }
 
-void DescriptionBuilder::QueueArgument(const std::string& argument,
-                                       std::vector<std::string>& queue) {
-  if (!argument.empty()) Queue(queue, argument);
+bool DescriptionBuilder::EnqueueArgument(const std::string& argument, Queue& queue) {
+  if (!argument.empty()) Keep(queue, argument);
+  return true;
 }
 
-bool DescriptionBuilder::QueueDirectory(const std::string& argument,
-                                        std::vector<std::string>& queue) {
+// removedir, removedirsub and textdir act on the section's own directory; their argument
+// is ignored.
+bool DescriptionBuilder::EnqueueSectionName(const std::string& /*argument*/, Queue& queue) {
+  Keep(queue, sectionName_);
+  return true;
+}
+
+bool DescriptionBuilder::SetPerlEncode(const std::string& /*argument*/, Queue& /*queue*/) {
+  perl_ = true;
+  return true;
+}
+
+bool DescriptionBuilder::EnqueueDirectory(const std::string& argument, Queue& queue) {
   std::string path = argument.empty() ? sectionDirectory_ : argument;
   BackslashesToSlashes(path);
   RemoveTrailingSlash(path);
   if (path.find("..") != std::string::npos || DirectoryExists(path.c_str()) == 0) {
     return Fail("Bad directory: " + path);
   }
-  Queue(queue, std::move(path));
+  Keep(queue, std::move(path));
   return true;
 }
 
@@ -184,7 +187,7 @@ std::string DescriptionBuilder::RewriteSource(const std::string& source) const {
 
 // "target=source", or a bare name found in the section directory. Only the source is
 // resolved and checked; the target is the name the record carries.
-bool DescriptionBuilder::QueueCopyFile(const std::string& argument, bool perl) {
+bool DescriptionBuilder::EnqueueCopyFile(const std::string& argument, Queue& queue) {
   const std::size_t equals = argument.find('=');
   const bool withEquals = equals != std::string::npos;
   std::string target = withEquals ? argument.substr(0, equals) : argument;
@@ -208,73 +211,91 @@ bool DescriptionBuilder::QueueCopyFile(const std::string& argument, bool perl) {
     if (!withEquals || FileExistsNoCase(fallback) == 0) return Fail("Bad file: " + source);
     source = std::move(fallback);
   }
-  Queue(perl ? queues_.copyPerlFile : queues_.copyFile, target + "=" + source);
+  Keep(queue, target + "=" + source);
   return true;
 }
 
 bool DescriptionBuilder::FlushSection() {
-  const Queues& q = queues_;
-  const bool flushed =
-      FlushRemoveDirs(q.removeDir, false) && FlushRemoveDirs(q.removeDirTree, true) &&
-      FlushActions(q.removeFile, &PackageRecordWriter::WriteRemoveFile) &&
-      FlushCopyFiles(q.copyFile, perl_) && FlushCopyFiles(q.copyPerlFile, true) &&
-      FlushCopyDirs(q.copyDir, false) && FlushCopyDirs(q.copyDirTree, true) &&
-      FlushActions(q.exec, &PackageRecordWriter::WriteExec) &&
-      FlushActions(q.textFile, &PackageRecordWriter::WriteTextFile) && FlushTextDirs(q.textDir);
-  queues_ = Queues();
+  bool flushed = true;
+  for (std::size_t i = 0; i < kCommandCount && flushed; ++i) {
+    flushed = WriteQueue(kCommands[i], queues_[i]);
+  }
+  queues_.assign(kCommandCount, Queue());
   return flushed;
 }
 
-bool DescriptionBuilder::FlushRemoveDirs(const std::vector<std::string>& queue,
-                                         bool withSubdirectories) {
-  for (const std::string& name : queue) {
-    if (!package_.AddPackageEntry("", name, out_, true, withSubdirectories, true, false, "",
-                                  nullptr, nullptr, false)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool DescriptionBuilder::FlushActions(const std::vector<std::string>& queue,
-                                      bool (PackageRecordWriter::*write)(const std::string&)) {
-  for (const std::string& name : queue) {
-    if (!(writer_.get()->*write)(name)) return Fail(kWriteFailed);
-  }
-  return true;
-}
-
-bool DescriptionBuilder::FlushCopyFiles(const std::vector<std::string>& queue, bool perl) {
+bool DescriptionBuilder::WriteQueue(const Command& command, const Queue& queue) {
+  if (command.write == nullptr) return true;
   for (const std::string& entry : queue) {
-    const std::size_t equals = entry.find('=');
-    if (!package_.AddPackageEntry(entry.substr(0, equals), entry.substr(equals + 1), out_, false,
-                                  false, false, false, "", nullptr, nullptr, perl)) {
-      return false;
-    }
+    if (!(this->*command.write)(entry)) return false;
   }
   return true;
 }
 
-bool DescriptionBuilder::FlushCopyDirs(const std::vector<std::string>& queue,
-                                       bool withSubdirectories) {
-  const std::vector<std::string>* excludeDirs = withSubdirectories ? &queues_.excludeDir : nullptr;
-  for (const std::string& directory : queue) {
-    if (!package_.AddPackageEntry("", directory, out_, true, withSubdirectories, false, false,
-                                  sectionName_, &queues_.excludeFile, excludeDirs, perl_)) {
-      return false;
-    }
-  }
-  return true;
+bool DescriptionBuilder::AddEntry(const Entry& e) {
+  return package_.AddPackageEntry(e.targetName, e.sourcePath, out_, e.isDirectory,
+                                  e.withSubdirectories, e.isRemoveDir, e.isTextDir, e.relativePath,
+                                  e.excludeFiles, e.excludeDirs, e.perlEncode);
 }
 
-bool DescriptionBuilder::FlushTextDirs(const std::vector<std::string>& queue) {
-  for (const std::string& name : queue) {
-    if (!package_.AddPackageEntry("", name, out_, true, false, false, true, "", nullptr, nullptr,
-                                  false)) {
-      return false;
-    }
-  }
-  return true;
+bool DescriptionBuilder::WriteRemoveDir(const std::string& name) {
+  return AddEntry({.sourcePath = name, .isDirectory = true, .isRemoveDir = true});
+}
+
+bool DescriptionBuilder::WriteRemoveDirTree(const std::string& name) {
+  return AddEntry(
+      {.sourcePath = name, .isDirectory = true, .withSubdirectories = true, .isRemoveDir = true});
+}
+
+bool DescriptionBuilder::WriteRemoveFile(const std::string& name) {
+  return writer_->WriteRemoveFile(name) || WriteFailed();
+}
+
+// copyfile entries are perl-encoded when the section says perlencode; copyperlfile
+// entries always.
+bool DescriptionBuilder::WriteCopyFile(const std::string& entry) { return AddFile(entry, perl_); }
+
+bool DescriptionBuilder::WriteCopyPerlFile(const std::string& entry) {
+  return AddFile(entry, true);
+}
+
+// `entry` is "target=source".
+bool DescriptionBuilder::AddFile(const std::string& entry, bool perl) {
+  const std::size_t equals = entry.find('=');
+  return AddEntry({.targetName = entry.substr(0, equals),
+                   .sourcePath = entry.substr(equals + 1),
+                   .perlEncode = perl});
+}
+
+bool DescriptionBuilder::WriteCopyDir(const std::string& directory) {
+  return CaptureDirectory(directory, false);
+}
+
+bool DescriptionBuilder::WriteCopyDirTree(const std::string& directory) {
+  return CaptureDirectory(directory, true);
+}
+
+// The excludedir patterns count only where there are subdirectories to skip.
+bool DescriptionBuilder::CaptureDirectory(const std::string& directory, bool withSubdirectories) {
+  return AddEntry({.sourcePath = directory,
+                   .isDirectory = true,
+                   .withSubdirectories = withSubdirectories,
+                   .relativePath = sectionName_,
+                   .excludeFiles = &QueueOf("excludefile"),
+                   .excludeDirs = withSubdirectories ? &QueueOf("excludedir") : nullptr,
+                   .perlEncode = perl_});
+}
+
+bool DescriptionBuilder::WriteExec(const std::string& name) {
+  return writer_->WriteExec(name) || WriteFailed();
+}
+
+bool DescriptionBuilder::WriteTextFile(const std::string& name) {
+  return writer_->WriteTextFile(name) || WriteFailed();
+}
+
+bool DescriptionBuilder::WriteTextDir(const std::string& name) {
+  return AddEntry({.sourcePath = name, .isDirectory = true, .isTextDir = true});
 }
 
 }  // namespace tk

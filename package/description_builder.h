@@ -3,9 +3,10 @@
 // commands of a directory section, which queue records per section. At every section
 // line, and once at the end, the queues are flushed to the record stream in a fixed
 // order, whatever the order of the commands:
-//   remove-dir, remove-dir-tree, remove-file, copy-file, copy-perl-file, copy-dir,
-//   copy-dir-tree, exec, text-file, text-dir
-// (the exclude-file and exclude-dir queues only steer the directory captures).
+//   removedir, removedirsub, removefile, copyfile (and bare file names), copyperlfile,
+//   copydir, copydirsub, exec, textfile, textdir
+// (the excludefile and excludedir queues only steer the directory captures). A command
+// is one row of the table in description_builder.cpp.
 //
 // Without an output stream it only validates: every command is parsed and its sources
 // checked, nothing is queued or written.
@@ -14,6 +15,7 @@
 #ifndef TAVIK_PACKAGE_DESCRIPTION_BUILDER_H_
 #define TAVIK_PACKAGE_DESCRIPTION_BUILDER_H_
 
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -43,45 +45,63 @@ class DescriptionBuilder {
 
  private:
   enum class Mode { kNone, kHeader, kDirectory };
-  enum class Command {
-    kCopyFile,
-    kCopyPerlFile,
-    kPerlEncode,
-    kCopyDir,
-    kCopyDirSub,
-    kRemoveDir,
-    kRemoveDirSub,
-    kExcludeFile,
-    kExcludeDir,
-    kExec,
-    kRemoveFile,
-    kTextFile,
-    kTextDir
-  };
 
-  // One list per kind of record, in the order FlushSection writes them.
-  struct Queues {
-    std::vector<std::string> removeDir, removeDirTree, removeFile, copyFile, copyPerlFile, copyDir,
-        copyDirTree, exec, textFile, textDir, excludeFile, excludeDir;
+  // A queue of a directory section: its commands' arguments, resolved.
+  using Queue = std::vector<std::string>;
+  // What a command does with its argument when its line is read.
+  using Enqueue = bool (DescriptionBuilder::*)(const std::string& argument, Queue& queue);
+  // How one queued entry is written when the section ends.
+  using Write = bool (DescriptionBuilder::*)(const std::string& entry);
+
+  // One description command: its word, how its line is queued, and how its queue is
+  // written (null: the queue is not written, it only steers other commands). The table
+  // of commands is in the order the queues are written.
+  struct Command {
+    const char* word;
+    Enqueue enqueue;
+    Write write;
   };
+  static const Command kCommands[];
+  static const std::size_t kCommandCount;
 
   bool StartSection(const std::string& line, const std::string& name);
   bool StartDirectorySection(std::string name);
   bool ProcessCommandLine(const std::string& line);
-  bool RunCommand(Command command, const std::string& argument);
-  bool QueueCopyFile(const std::string& argument, bool perl);
-  bool QueueDirectory(const std::string& argument, std::vector<std::string>& queue);
-  void QueueArgument(const std::string& argument, std::vector<std::string>& queue);
-  void Queue(std::vector<std::string>& queue, std::string entry);
+  const Command* FindCommand(const std::string& word) const;
+  Queue& QueueOf(const char* word);
+  void Keep(Queue& queue, std::string entry);
+
+  // Enqueue functions, one per kind of argument.
+  bool EnqueueCopyFile(const std::string& argument, Queue& queue);
+  bool EnqueueDirectory(const std::string& argument, Queue& queue);
+  bool EnqueueSectionName(const std::string& argument, Queue& queue);
+  bool EnqueueArgument(const std::string& argument, Queue& queue);
+  bool SetPerlEncode(const std::string& argument, Queue& queue);
   std::string RewriteSource(const std::string& source) const;
 
-  bool FlushRemoveDirs(const std::vector<std::string>& queue, bool withSubdirectories);
-  bool FlushActions(const std::vector<std::string>& queue,
-                    bool (PackageRecordWriter::*write)(const std::string&));
-  bool FlushCopyFiles(const std::vector<std::string>& queue, bool perl);
-  bool FlushCopyDirs(const std::vector<std::string>& queue, bool withSubdirectories);
-  bool FlushTextDirs(const std::vector<std::string>& queue);
+  // Writes the entries of `queue` with `command`'s write function; false at the first
+  // that fails.
+  bool WriteQueue(const Command& command, const Queue& queue);
+  // Write functions, one per queue that is written.
+  bool WriteRemoveDir(const std::string& name);
+  bool WriteRemoveDirTree(const std::string& name);
+  bool WriteRemoveFile(const std::string& name);
+  bool WriteCopyFile(const std::string& entry);
+  bool WriteCopyPerlFile(const std::string& entry);
+  bool WriteCopyDir(const std::string& directory);
+  bool WriteCopyDirTree(const std::string& directory);
+  bool WriteExec(const std::string& name);
+  bool WriteTextFile(const std::string& name);
+  bool WriteTextDir(const std::string& name);
+
+  struct Entry;
+  bool AddEntry(const Entry& entry);
+  bool AddFile(const std::string& entry, bool perl);
+  bool CaptureDirectory(const std::string& directory, bool withSubdirectories);
+  bool WriteFailed() { return Fail(kWriteFailed); }
   bool Fail(std::string message);
+
+  static constexpr const char* kWriteFailed = "Cannot write package file";
 
   TkPackage& package_;
   std::string& error_;
@@ -92,7 +112,7 @@ class DescriptionBuilder {
   bool perl_ = false;
   std::string sectionName_;
   std::string sectionDirectory_;
-  Queues queues_;
+  std::vector<Queue> queues_;  // one per command, in table order
 };
 
 }  // namespace tk

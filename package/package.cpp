@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "package/temp_paths.h"
+
 namespace tk {
 
 namespace {
@@ -27,7 +29,7 @@ bool TkPackage::ReadPackageHeader(const char* packagePath, std::vector<std::stri
   error_.clear();
   lines.clear();
   if (packagePath == nullptr) return Fail("No package file");
-  DecodedPackage decoded(std::string(packagePath) + ".tk_temp");
+  DecodedPackage decoded(SiblingTempPath(packagePath));
   switch (decoded.Open(packagePath, kHeaderDecodeLimit)) {
     case DecodedPackage::Result::kDecodeFailed:
       return Fail("Cannot decompress package file");

@@ -29,29 +29,33 @@ class TkPackage {
   TkPackage(const TkPackage&) = delete;
   TkPackage& operator=(const TkPackage&) = delete;
 
-  // ---- Installation (package/installation.cpp) ------------------------------------
+  // ---- Installation (package/package_install.cpp) -------------------------------
 
-  // Decompresses `packagePath` into destination/NAME.tk_temp (creating `destination` and
+  // Decompresses `packagePath` into InstallTempPath (creating the destination and
   // its missing parents first) and applies every record in file order. With `verbose`
   // not 0, prints progress lines to standard output. True when every record was applied;
   // false at the first failure, with what was applied so far left on disk and the
   // temporary file deleted in every case.
   bool InstallPackage(const char* packagePath, const char* destination, int verbose);
 
+  // ---- Text conversion (package/package_text_file.cpp) --------------------------
+
+  // Rewrites the file at `path` so that every line ends with a single LF (CR LF becomes
+  // LF, a last line gains its LF), through SiblingTempPath(path). Leaves the error text
+  // alone on success.
+  bool SetTextFile(const char* path);
+
+  // ---- Header (package/package.cpp) ----------------------------------------------
+
   // Clears `lines`, then fills it with the "="-holding lines of the HEADER sections that
   // stand before any other section, decoding only the first 100000 bytes of the stream.
   // True when the package could be decoded and its magic line is right.
   bool ReadPackageHeader(const char* packagePath, std::vector<std::string>& lines);
 
-  // Rewrites the file at `path` so that every line ends with a single LF (CR LF becomes
-  // LF, a last line gains its LF), through path + ".tk_temp". Leaves the error text alone
-  // on success.
-  bool SetTextFile(const char* path);
-
-  // ---- Building (package/builder.cpp) ---------------------------------------------
+  // ---- Building (package/package_build.cpp) --------------------------------------
 
   // Reads the description file and writes the package to `packagePath` (through
-  // packagePath + ".tk_temp", compressed at the end). Source paths resolve against
+  // SiblingTempPath(packagePath), compressed at the end). Source paths resolve against
   // `baseDirectory` (null: the working directory). With `packagePath` null, only checks
   // the description: nothing is written. True when the package (or check) is complete.
   bool BuildPackage(const char* descriptionPath, const char* baseDirectory,
@@ -61,7 +65,7 @@ class TkPackage {
   // `descriptionPath` is null.
   bool CheckDescription(const char* descriptionPath, const char* baseDirectory);
 
-  // ---- Capture (package/capture.cpp) ----------------------------------------------
+  // ---- Capture (package/package_capture.cpp) ------------------------------------
 
   // Writes records to `out`: the [File] record of `sourcePath` named `targetName` when not
   // `isDirectory`; else an [RmDir] record (`isRemoveDir`) or a [TextDir] record

@@ -34,9 +34,6 @@ class RecordApplier {
   // set when the record could not be applied.
   bool Apply(const PackageRecord& record);
 
-  // The directory that [File]-like names are relative to, with its trailing "/".
-  const std::string& currentDirectory() const { return current_; }
-
  private:
   bool ApplyDir(const PackageRecord& record);
   bool ApplyFile(const PackageRecord& record);
@@ -54,7 +51,7 @@ class RecordApplier {
   std::string destination_;
   FILE* stream_;
   bool verbose_;
-  std::string current_;
+  std::string current_;  // where [File]-like names are relative to, with its trailing "/"
 };
 
 }  // namespace tk

@@ -4,6 +4,10 @@
 
 namespace tk {
 
+unsigned long RecordedFileSize(int64_t size) {
+  return static_cast<unsigned long>(static_cast<long>(static_cast<int32_t>(size)));
+}
+
 bool PackageRecordWriter::Write(const std::string& text) {
   return std::fwrite(text.data(), 1, text.size(), out_) == text.size();
 }

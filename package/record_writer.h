@@ -13,6 +13,12 @@
 
 namespace tk {
 
+// The "Size = " value that a [File] record carries for a file of `size` bytes: the size
+// cut to 32 bits, sign-extended and printed unsigned. Files of 2 GiB and more therefore
+// get a size that is not theirs: 2 GiB gives 18446744071562067968, 4 GiB + 3 gives 3
+// (pinned by RecordWriter.FileSizesKeepThirtyTwoBitsSignExtended).
+unsigned long RecordedFileSize(int64_t size);
+
 class PackageRecordWriter {
  public:
   // Writes to `out`, opened for writing; the stream is not owned.

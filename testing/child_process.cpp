@@ -25,8 +25,8 @@ constexpr auto kPollInterval = std::chrono::milliseconds(1);
 // up or break while the two processes wait for each other.
 struct MemoryFile {
   explicit MemoryFile(const std::string& bytes) : fd(memfd_create("child", MFD_CLOEXEC)) {
-    if (fd >= 0 && !bytes.empty()) ok = pwrite(fd, bytes.data(), bytes.size(), 0) ==
-                                         static_cast<ssize_t>(bytes.size());
+    if (fd >= 0 && !bytes.empty())
+      ok = pwrite(fd, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size());
   }
   ~MemoryFile() {
     if (fd >= 0) close(fd);

@@ -10,8 +10,8 @@
 namespace tk::test {
 
 std::string FileRecord(const std::string& name, const std::string& content) {
-  return "[File]\nName = " + name + "\nSize = " + std::to_string(content.size()) + "\n" +
-         content + "\n\n";
+  return "[File]\nName = " + name + "\nSize = " + std::to_string(content.size()) + "\n" + content +
+         "\n\n";
 }
 
 std::string DirRecord(const std::string& name) { return "[Dir]\nName = " + name + "\n\n"; }

@@ -82,7 +82,8 @@ Tree TempDir::Snapshot(const std::string& relative) const {
   const fs::path top = Path(relative);
   for (const auto& entry : fs::recursive_directory_iterator(top)) {
     const std::string name = fs::relative(entry.path(), top).string();
-    tree[name] = entry.is_directory() ? "dir" : ModeAndBytes(entry.path(), ReadWholeFile(entry.path()));
+    tree[name] =
+        entry.is_directory() ? "dir" : ModeAndBytes(entry.path(), ReadWholeFile(entry.path()));
   }
   return tree;
 }

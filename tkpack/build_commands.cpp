@@ -3,6 +3,7 @@
 #include <string>
 
 #include "package/package.h"
+#include "package/temp_paths.h"
 #include "support/files.h"
 #include "tkpack/commands.h"
 #include "tkpack/file_watcher.h"
@@ -13,9 +14,6 @@ namespace tk {
 namespace {
 
 constexpr const char* kBaseOption = "--base";
-// The builder writes the record stream beside the package under this suffix, then
-// compresses it into the package.
-constexpr const char* kBuildTempSuffix = ".tk_temp";
 
 // The directory of the description file: sources resolve against it by default.
 // None (the working directory) for a bare file name.
@@ -36,6 +34,14 @@ const char* OrNull(const std::optional<std::string>& text) {
 
 }  // namespace
 
+// The builder writes the record stream beside the package, then compresses it into
+// the package.
+std::vector<WatchedFile> BuildStages(const std::string& packagePath) {
+  const std::string stream = SiblingTempPath(packagePath);
+  return {{"writing records", stream, WatchedFile::Access::kWriting},
+          {"compressing", stream, WatchedFile::Access::kReading}};
+}
+
 int RunBuild(const CommandLine& line, ToolIo& io) {
   const std::string& description = line.operands[0];
   const std::string& packagePath = line.operands[1];
@@ -44,10 +50,7 @@ int RunBuild(const CommandLine& line, ToolIo& io) {
   bool built = false;
   {
     ProgressDisplay display(io.err, io.errIsTerminal);
-    const std::string stream = packagePath + kBuildTempSuffix;
-    FileProgressWatcher watcher(display,
-                                {{"writing records", stream, WatchedFile::Access::kWriting},
-                                 {"compressing", stream, WatchedFile::Access::kReading}});
+    FileProgressWatcher watcher(display, BuildStages(packagePath));
     built = package.BuildPackage(description.c_str(), OrNull(base), packagePath.c_str());
   }
   if (!built) return ReportFailure(io, package.ErrorText());

@@ -8,8 +8,10 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "tkpack/command_line.h"
+#include "tkpack/file_watcher.h"
 
 namespace tk {
 
@@ -28,12 +30,21 @@ int ReportFailure(ToolIo& io, const std::string& message);
 // defaults to the description file's own directory.
 int RunBuild(const CommandLine& line, ToolIo& io);
 
+// The stages that build's progress display follows: the record stream that
+// BuildPackage writes beside `packagePath`, then its compression.
+std::vector<WatchedFile> BuildStages(const std::string& packagePath);
+
 // check DESCRIPTION [--base DIR]: TkPackage::CheckDescription, nothing written.
 int RunCheck(const CommandLine& line, ToolIo& io);
 
 // install PACKAGE DESTDIR [--quiet]: TkPackage::InstallPackage with its progress lines
 // unless --quiet.
 int RunInstall(const CommandLine& line, ToolIo& io);
+
+// The stages that install's progress display follows: the package being decoded, then
+// the decoded stream that InstallPackage walks.
+std::vector<WatchedFile> InstallStages(const std::string& packagePath,
+                                       const std::string& destination);
 
 // header PACKAGE: the header lines, one a line.
 int RunHeader(const CommandLine& line, ToolIo& io);

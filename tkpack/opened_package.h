@@ -13,6 +13,7 @@
 #include <string>
 
 #include "package/decoded_package.h"
+#include "package/temp_paths.h"
 
 namespace tk {
 
@@ -47,10 +48,12 @@ class OpenedPackage {
 
   FILE* stream() const { return decoded_ ? decoded_->stream() : nullptr; }
   // Where the decoded stream lives while the object exists.
-  std::string decodedPath() const { return directory_.path() + "/" + kDecodedName; }
+  std::string decodedPath() const {
+    return SiblingTempPath(directory_.path() + "/" + kDecodedName);
+  }
 
  private:
-  static constexpr const char* kDecodedName = "package.tk_temp";
+  static constexpr const char* kDecodedName = "package";
 
   PrivateTempDirectory directory_;
   std::optional<DecodedPackage> decoded_;  // declared last: gone before the directory

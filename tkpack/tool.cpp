@@ -18,7 +18,7 @@ using Value = OptionSyntax::Value;
 // Column where the summaries of the command list start.
 constexpr std::size_t kSummaryColumn = 14;
 
-struct Command {
+struct ToolCommand {
   CommandSyntax syntax;
   int (*run)(const CommandLine& line, ToolIo& io);
 };
@@ -27,8 +27,8 @@ const OptionSyntax kBaseOption = {"--base", Value::kText, "DIR",
                                   "resolve sources against DIR (default: the description's "
                                   "directory)"};
 
-const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {
+const std::vector<ToolCommand>& ToolCommands() {
+  static const std::vector<ToolCommand> commands = {
       {{"build",
         "DESCRIPTION PACKAGE",
         2,
@@ -92,8 +92,8 @@ const std::vector<Command>& Commands() {
   return commands;
 }
 
-const Command* FindCommand(const std::string& name) {
-  for (const Command& command : Commands()) {
+const ToolCommand* FindToolCommand(const std::string& name) {
+  for (const ToolCommand& command : ToolCommands()) {
     if (name == command.syntax.name) return &command;
   }
   return nullptr;
@@ -108,7 +108,7 @@ std::string ToolHelp() {
   std::string help = ToolUsage() +
                      "\nBuilds, checks, installs, lists and verifies TAVIK package files.\n"
                      "\nCommands:\n";
-  for (const Command& command : Commands()) {
+  for (const ToolCommand& command : ToolCommands()) {
     std::string name = std::string("  ") + command.syntax.name;
     name.resize(kSummaryColumn, ' ');
     help += name + command.syntax.summary + "\n";
@@ -123,7 +123,7 @@ int UsageError(const std::string& message, const std::string& usage) {
   return kExitUsage;
 }
 
-int RunCommand(const Command& command, const std::vector<std::string>& arguments) {
+int RunToolCommand(const ToolCommand& command, const std::vector<std::string>& arguments) {
   CommandLine line;
   std::string error;
   switch (ParseCommandLine(command.syntax, arguments, line, error)) {
@@ -159,12 +159,12 @@ int TkpackMain(int argc, char** argv) {
     std::printf("tkpack %s\n", TK_VERSION);
     return kExitSuccess;
   }
-  const Command* command = FindCommand(first);
+  const ToolCommand* command = FindToolCommand(first);
   if (command == nullptr) {
     const char* what = first.starts_with("-") ? "unknown option '" : "unknown command '";
     return UsageError(what + first + "'", ToolUsage());
   }
-  return RunCommand(*command, std::vector<std::string>(argv + 2, argv + argc));
+  return RunToolCommand(*command, std::vector<std::string>(argv + 2, argv + argc));
 }
 
 }  // namespace tk

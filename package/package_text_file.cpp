@@ -6,6 +6,7 @@
 #include <string>
 
 #include "package/package.h"
+#include "package/temp_paths.h"
 #include "support/copies.h"
 #include "support/files.h"
 
@@ -30,7 +31,7 @@ bool CopyLines(FILE* in, FILE* out, char* buffer) {
 
 bool TkPackage::SetTextFile(const char* path) {
   const std::string original = path != nullptr ? path : "";
-  TempFileGuard temp(original + ".tk_temp");
+  TempFileGuard temp(SiblingTempPath(original));
   UniqueFile out(OpenFile(temp.path().c_str(), "w"));
   if (out == nullptr) return Fail("Cannot open temporary file " + temp.path());
   UniqueFile in(OpenFile(original.c_str(), "r"));

@@ -87,5 +87,14 @@ TEST_F(CaptureTest, SingleRecordsHaveTheirExactBytesOrFailWithTheirText) {
   EXPECT_EQ(Entry(Path("e"), false, false, false, false), "failed: Cannot write package file|");
 }
 
+TEST(RecordWriter, FileSizesKeepThirtyTwoBitsSignExtended) {
+  const std::pair<int64_t, unsigned long> cases[] = {{0, 0},
+                                                     {5, 5},
+                                                     {0x7FFFFFFF, 0x7FFFFFFF},
+                                                     {int64_t{1} << 31, 18446744071562067968ul},
+                                                     {(int64_t{1} << 32) + 3, 3}};
+  for (const auto& [size, recorded] : cases) EXPECT_EQ(RecordedFileSize(size), recorded) << size;
+}
+
 }  // namespace
 }  // namespace tk

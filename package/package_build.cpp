@@ -1,11 +1,12 @@
 // TkPackage::BuildPackage: description file -> DescriptionBuilder -> plain record
-// stream in packagePath + ".tk_temp" -> LzhufEncodeFile -> package file.
+// stream in SiblingTempPath(packagePath) -> LzhufEncodeFile -> package file.
 #include <memory>
 #include <string>
 
 #include "lzhuf/lzhuf.h"
 #include "package/description_builder.h"
 #include "package/package.h"
+#include "package/temp_paths.h"
 #include "support/files.h"
 #include "support/strings.h"
 
@@ -40,7 +41,7 @@ bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirect
   std::unique_ptr<TempFileGuard> temp;
   UniqueFile out;
   if (packagePath != nullptr) {
-    const std::string tempPath = std::string(packagePath) + ".tk_temp";
+    const std::string tempPath = SiblingTempPath(packagePath);
     out.reset(OpenFile(tempPath.c_str(), "w"));
     if (out == nullptr) return Fail("Cannot open temporary package file " + tempPath);
     temp = std::make_unique<TempFileGuard>(tempPath);

@@ -44,13 +44,12 @@ bool IsPerlCandidate(FILE* source, const std::string& path) {
   return std::strcmp(line, kPerlEncodedMarker) != 0;
 }
 
-// The size as the format carries it: 32 bits, sign-extended, printed unsigned, so that
-// files of 2 GiB and more get a wrong "Size = " line, as they always have.
+// The "Size = " value of the file behind `source`, which is rewound.
 unsigned long RecordedSize(FILE* source) {
   SeekFile(source, 0, SEEK_END);
-  const auto size = static_cast<int32_t>(TellFile(source));
+  const int64_t size = TellFile(source);
   SeekFile(source, 0, SEEK_SET);
-  return static_cast<unsigned long>(static_cast<long>(size));
+  return RecordedFileSize(size);
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 
 #include "package/package.h"
 #include "package/record_applier.h"
+#include "package/temp_paths.h"
 #include "support/directories.h"
-#include "support/strings.h"
 
 namespace tk {
 
@@ -14,13 +14,6 @@ namespace {
 
 // The installer decodes the whole stream.
 constexpr uint64_t kDecodeEverything = 0;
-
-// Text after the last "/", or when there is none after the last "\", else the whole path.
-std::string BaseName(const std::string& path) {
-  std::size_t cut = path.rfind('/');
-  if (cut == std::string::npos) cut = path.rfind('\\');
-  return cut == std::string::npos ? path : path.substr(cut + 1);
-}
 
 void Progress(bool verbose, const char* line) {
   if (!verbose) return;
@@ -34,16 +27,12 @@ bool TkPackage::InstallPackage(const char* packagePath, const char* destination,
   error_.clear();
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
-  std::string target = destinationArgument;
-  NormalizeWhitespace(target);
-  RemoveTrailingSlash(target);
+  const std::string target = InstallDirectory(destinationArgument);
   if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
     return Fail("cannot create target directory: " + target);
   }
   if (verbose != 0) std::printf("\nInstalling package %s", packagePath);
-  std::string tempPath = target;
-  AddTrailingSlash(tempPath);
-  tempPath += BaseName(packagePath) + ".tk_temp";
+  const std::string tempPath = InstallTempPath(packagePath, destinationArgument);
   Progress(verbose != 0, "\nUncompressing package file");
 
   DecodedPackage decoded(tempPath);
