@@ -27,6 +27,7 @@
 
 #include "lzhuf/lzhuf.h"
 #include "package/package.h"
+#include "testing/temp_dir.h"
 
 namespace fs = std::filesystem;
 
@@ -37,7 +38,7 @@ constexpr std::uintmax_t kBinaryBytes = 20u << 20;
 constexpr std::uintmax_t kLargestBinaryFile = 4u << 20;
 
 struct Corpus {
-  std::string root;     // scratch directory, removed at the end
+  std::string root;     // scratch directory
   std::string package;  // the package built from root/tree
   std::uintmax_t bytes = 0;
   std::size_t files = 0;
@@ -82,14 +83,18 @@ void CopyFirstFiles(const fs::path& from, const fs::path& to, std::uintmax_t bud
 
 // The scratch directory lives in TK_BENCH_DIR when set, else in /dev/shm (memory, so
 // that the disk's inode allocation does not drown what is measured), else in /tmp.
-// The tree is a copy of `source` when given (e.g. the codec benchmark's corpus files),
-// else the first files of /usr/include and /usr/lib.
-bool PrepareCorpus(const char* source) {
+std::string ScratchParent() {
   const char* parent = std::getenv("TK_BENCH_DIR");
-  if (parent == nullptr) parent = fs::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
-  std::string pattern = std::string(parent) + "/tk_install_bench.XXXXXX";
-  if (mkdtemp(pattern.data()) == nullptr) return false;
-  gCorpus.root = pattern;
+  if (parent != nullptr) return parent;
+  return fs::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+}
+
+// Builds the corpus package in the scratch directory `root`. The tree is a copy of
+// `source` when given (e.g. the codec benchmark's corpus files), else the first files
+// of /usr/include and /usr/lib.
+bool PrepareCorpus(const std::string& root, const char* source) {
+  if (root.empty()) return false;
+  gCorpus.root = root;
   const fs::path tree = gCorpus.root + "/tree";
   const std::string description = gCorpus.root + "/corpus.desc";
   if (source != nullptr) {
@@ -181,7 +186,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: install_bench [benchmark flags] [DIRECTORY]\n");
     return 2;
   }
-  if (!PrepareCorpus(argc == 2 ? argv[1] : nullptr)) return 1;
+  const tk::test::TempDir scratch("install_bench", ScratchParent());
+  if (!PrepareCorpus(scratch.path(), argc == 2 ? argv[1] : nullptr)) return 1;
   std::printf("corpus: %zu files, %.1f MB; package %.1f MB\n", gCorpus.files,
               static_cast<double>(gCorpus.bytes) / 1e6,
               static_cast<double>(fs::file_size(gCorpus.package)) / 1e6);
@@ -197,6 +203,5 @@ int main(int argc, char** argv) {
                 PercentAdded(install.real, decode.real), PercentAdded(install.cpu, decode.cpu));
   }
   benchmark::Shutdown();
-  fs::remove_all(gCorpus.root);
   return 0;
 }

@@ -9,39 +9,8 @@
 
 namespace tk::fuzz {
 
-namespace {
-
-std::string TempRoot() {
-  const char* tmp = std::getenv("TMPDIR");
-  return tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
-}
-
-}  // namespace
-
-ScratchDirectory::ScratchDirectory(const std::string& tag) {
-  std::error_code ignored;
-  std::filesystem::create_directories(TempRoot(), ignored);
-  std::string pattern = TempRoot() + "/tk_fuzz_" + tag + ".XXXXXX";
-  Expect(mkdtemp(pattern.data()) != nullptr, "cannot create a scratch directory ", pattern);
-  path_ = pattern;
-}
-
-ScratchDirectory::~ScratchDirectory() { RemoveTree(path_); }
-
-bool WriteWholeFile(const std::string& path, std::string_view bytes) {
-  std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  return !out.fail();
-}
-
-std::string ReadWholeFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return bytes.str();
+ScratchDirectory::ScratchDirectory(const std::string& tag) : TempDir("fuzz_" + tag) {
+  Expect(!path().empty(), "cannot create a scratch directory for ", tag);
 }
 
 void RemoveTree(const std::string& path) {

@@ -1,5 +1,5 @@
 // Shared pieces of the libFuzzer targets and of their seed generator: scratch
-// directories that go away with their owner, whole-file reads and writes, the small
+// directories that go away with their owner (testing/temp_dir.h), the small
 // source tree and description that the description fuzzer and the seeds are made from,
 // and the way a target stops when one of its expectations does not hold.
 //
@@ -16,31 +16,19 @@
 #include <string>
 #include <string_view>
 
+#include "testing/temp_dir.h"
+
 namespace tk::fuzz {
 
 // A fresh directory, $TMPDIR/tk_fuzz_TAG.XXXXXX, removed with its content when the
-// object goes out of scope.
-class ScratchDirectory {
+// object goes out of scope; a directory that cannot be made stops the run.
+class ScratchDirectory : public test::TempDir {
  public:
   explicit ScratchDirectory(const std::string& tag);
-  ~ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-  const std::string& path() const { return path_; }
-  // path() + "/" + relative.
-  std::string Path(const std::string& relative) const { return path_ + "/" + relative; }
-
- private:
-  std::string path_;
 };
 
-// Replaces the file at `path` with `bytes`, creating missing parent directories.
-// False when it could not be written whole.
-bool WriteWholeFile(const std::string& path, std::string_view bytes);
-
-// The bytes of the file at `path` ("" when it cannot be read).
-std::string ReadWholeFile(const std::string& path);
+using test::ReadWholeFile;
+using test::WriteWholeFile;
 
 // Removes everything below `path` and `path` itself; a missing path is fine.
 void RemoveTree(const std::string& path);

@@ -38,8 +38,11 @@ std::string ModeAndBytes(const fs::path& path, const std::string& bytes) {
 
 }  // namespace
 
-TempDir::TempDir(const std::string& tag) {
-  std::string pattern = TempRoot() + "/tk_" + tag + ".XXXXXX";
+TempDir::TempDir(const std::string& tag, const std::string& parent) {
+  const std::string root = parent.empty() ? TempRoot() : parent;
+  std::error_code ignored;
+  fs::create_directories(root, ignored);
+  std::string pattern = root + "/tk_" + tag + ".XXXXXX";
   if (mkdtemp(pattern.data()) != nullptr) root_ = pattern;
 }
 

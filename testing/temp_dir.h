@@ -27,8 +27,9 @@ std::string ReadWholeFile(const std::string& path);
 
 class TempDir {
  public:
-  // Makes $TMPDIR/tk_`tag`.XXXXXX; path() is "" when that fails.
-  explicit TempDir(const std::string& tag = "test");
+  // Makes PARENT/tk_`tag`.XXXXXX, PARENT being `parent` or else $TMPDIR or /tmp (made
+  // when missing); path() is "" when that fails.
+  explicit TempDir(const std::string& tag = "test", const std::string& parent = "");
   // Removes the directory and everything in it, opening up directories made read-only.
   ~TempDir();
   TempDir(const TempDir&) = delete;
