@@ -49,19 +49,20 @@ TEST_F(CaptureTest, FilesComeBeforeSubdirectoriesDepthFirst) {
   EXPECT_EQ(Tree("", true).substr(top.size(), 18), test::DirRecord("lib"));
 }
 
+// A file pattern skips its names at every depth, a directory pattern the whole subtree.
 TEST_F(CaptureTest, ExclusionPatternsTestBareNames) {
   for (const std::string name :
        {"m.o", "m.o.c", "tmpfile", "core", "Core", "x.tmp*", "cache/core", "keep/m.o"}) {
     ASSERT_TRUE(WriteFile("src/" + name, ""));
   }
-  const std::tuple<Patterns, Patterns, std::set<std::string>> cases[] = {
-      {{"*.o"}, {}, {"m.o.c", "tmpfile", "core", "Core", "x.tmp*"}},
-      {{"tmp*", "core"}, {"cache"}, {"m.o", "m.o.c", "Core", "x.tmp*"}},
+  const std::tuple<Patterns, Patterns, std::multiset<std::string>> cases[] = {
+      {{"*.o"}, {}, {"m.o.c", "tmpfile", "core", "Core", "x.tmp*", "core"}},
+      {{"tmp*", "core"}, {"keep"}, {"m.o", "m.o.c", "Core", "x.tmp*"}},
       {{"*"}, {"*"}, {}},
-      {{"*tmp*", ""}, {"k*"}, {"m.o", "m.o.c", "tmpfile", "core", "Core"}}};
+      {{"*tmp*", ""}, {"k*"}, {"m.o", "m.o.c", "tmpfile", "core", "Core", "core"}}};
   for (const auto& [files, dirs, captured] : cases) {
     std::istringstream lines(Tree("", true, &files, &dirs));
-    std::set<std::string> names;
+    std::multiset<std::string> names;
     for (std::string line, previous; std::getline(lines, line); previous = line) {
       if (previous == "[File]" && line.starts_with("Name = ")) names.insert(line.substr(7));
     }
