@@ -83,7 +83,6 @@ TEST_F(BuildTest, FailuresSetTheirTextAndLeaveNoFiles) {
       {"[a/../b]\n", "Bad directory: " + base + "/a/../b"},
       {"[Bin]\ncopydir: " + base + "/none\n", "Bad directory: " + base + "/none"},
       {"[Bin]\ncopydirsub: " + base + "/Bin/../Bin\n", "Bad directory: " + base + "/Bin/../Bin"},
-      {"[None]\ncopydir:\n", "Bad directory: " + base + "/None"},
       {"[Bin]\nCopy: a\n", "Bad file: " + base + "/Bin/Copy: a"},
       {"[Bin]\nx=missing\n", "Bad file: missing"},
       {"[Bin]\nx=\n", "No source file"},

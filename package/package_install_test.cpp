@@ -55,21 +55,19 @@ TEST_F(InstallTest, AppliesRecordsInFileOrderIntoANewDestination) {
 }
 
 TEST_F(InstallTest, FailuresGiveTheirTextAndLeaveNoTemporaryFile) {
-  ASSERT_TRUE(WriteFile("short.pkg", "ab") && WriteFile("blocker", ""));
+  ASSERT_TRUE(WriteFile("blocker", ""));
   const std::string bad = "Bad package file " + Path("p.pkg"), dest = Path("dest");
   const std::string dir = kStreamStart + DirRecord("");
   const std::pair<std::string, std::string> cases[] = {
       // record stream, or a package path; error
       {"TAVIK PACKAGE\n1\n[Dir]\nName = a\n", bad},
       {"TAVIK PACKAGE FILE\n", bad},
-      {dir + "[File]\nName = x\n", bad},
       {dir + "[File]\n\n\n", bad},
       {dir + "[Exec]\nName = no\n\n\n", "Cannot change file access rigths " + dest + "/no"},
       {dir + "[File]\nName = no/such\nSize = 0\n", "Cannot create file " + dest + "/no/such"},
       {dir + FileRecord("f", "") + DirRecord("f/sub"), "cannot create directory: " + dest + "/f"},
       {dir + "[TextFile]\nName = no\n\n\n", "Cannot set text file " + dest + "/no"},
-      {Path("none.pkg"), "Cannot decompress package file"},
-      {Path("short.pkg"), "Cannot decompress package file"}};
+      {Path("none.pkg"), "Cannot decompress package file"}};
   testing::internal::CaptureStdout();
   for (const auto& [stream, error] : cases) {
     EXPECT_FALSE(stream.starts_with("/") ? package_.InstallPackage(stream.c_str(), dest.c_str(), 0)
@@ -94,12 +92,10 @@ TEST_F(InstallTest, RemovalsTakeWhatTheirRecordNames) {
       {"[RemoveFile]\nName = *.log", ".hidden.log keep.txt logfile sub/ sub/c.log"},
       {"[RemoveFile]\nName = log*", ".hidden.log a.log b.log keep.txt sub/ sub/c.log"},
       {"[RemoveFile]\nName = *", ".hidden.log sub/ sub/c.log"},
-      {"[RemoveFile]\nName = keep.txt", ".hidden.log a.log b.log logfile sub/ sub/c.log"},
       {"[RemoveFile]\nName = .hidden.log", "a.log b.log keep.txt logfile sub/ sub/c.log"},
       {"[RemoveFile]\nName = missing", all},
       {"[RemoveFile]\nName = ", all},
       {"[RemoveFile]\nName = sub", all},
-      {"[RemoveFile]\nName = **", all},
       {"[RmDir]\nName = d\\\nWithsubdir = NO\n", "sub/ sub/c.log"},
       {"[RmDir]\nName = d\nWithsubdir = YES\n", ""}};
   for (const auto& [records, left] : cases) {
