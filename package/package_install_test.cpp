@@ -1,129 +1,120 @@
+#include <filesystem>
 #include <vector>
 
-#include "package/package_test_fixture.h"
+#include "package/package.h"
+#include "package/temp_paths.h"
+#include "testing/packages.h"
+#include "testing/temp_dir_fixture.h"
 
 namespace tk {
 namespace {
 
-class InstallationTest : public PackageTest {
+using test::DirRecord;
+using test::FileRecord;
+using test::kStreamStart;
+
+class InstallTest : public test::TempDirTest {
  protected:
-  // Installs a package made of the magic lines and `body` into root/dest.
-  bool Install(const std::string& body, int verbose = 0) {
-    return package_.InstallPackage(WriteStream(kMagic + body).c_str(), Dest().c_str(), verbose);
+  // Installs the package of the record stream `stream` into `destination`.
+  bool Install(const std::string& stream, const std::string& destination = "dest",
+               int verbose = 0) {
+    EXPECT_TRUE(test::WritePackage(Path("p.pkg"), stream));
+    return package_.InstallPackage(Path("p.pkg").c_str(), Path(destination).c_str(), verbose);
   }
-  std::string Dest() const { return Path("dest"); }
+  TkPackage package_;
 };
 
 // Records before any [Dir] act on the working directory; the others below the
-// destination, which is created with its parents.
-TEST_F(InstallationTest, AppliesRecordsInFileOrderIntoANewDestination) {
+// destination, which is created with its parents. Progress lines only when verbose.
+TEST_F(InstallTest, AppliesRecordsInFileOrderIntoANewDestination) {
   const std::string binary = std::string("[Exec]\nName = x\n\0\r\n", 19);
-  const std::string body =
-      FileRecord("loose", "z") + "[Dir]\nName = \n\n" + FileRecord("top", "hi") +
-      "[dir]\nName = a\\b c\n\n" + FileRecord("bin", binary) + FileRecord("empty", "") +
-      FileRecord("run", "r\r\n") +
+  const std::string stream =
+      " TAVIK\tPACKAGE  FILE \r\n1\n" + FileRecord("loose", "z") + DirRecord("") +
+      FileRecord("top", "hi") + "[dir]\nName = a\\b c\n\n" + FileRecord("bin", binary) +
+      FileRecord("empty", "") + FileRecord("run", "r\r\n") +
       "[Exec]\nName = run\n\n\n[TextFile]\nName = run\n\n\n"
       "[HEADER]\nName = ignored\n[Unknown]\n[File]\nName = cut\nSize = 1000\nabc";
-  const std::string dest = Path("opt/vendor/tavik");
-  const std::string package = WriteStream(" TAVIK\tPACKAGE  FILE \r\n1\n" + body);
-  const std::string previous = std::filesystem::current_path();
-  std::filesystem::current_path(root_);
-  EXPECT_TRUE(package_.InstallPackage(package.c_str(), (dest + "/").c_str(), 0));
+  const std::filesystem::path previous = std::filesystem::current_path();
+  std::filesystem::current_path(path());
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(Install(stream, "opt/vendor/tavik/", 1));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "\nInstalling package " + Path("p.pkg") +
+                "\nUncompressing package file\nVerifying package\nDirectory \nDirectory a/b c");
   std::filesystem::current_path(previous);
   EXPECT_EQ(package_.ErrorText(), "");
-  EXPECT_EQ(ReadFile(Path("loose")), "z");
-  EXPECT_EQ(Snapshot(dest), (Tree{{"top", "420:hi"},
-                                  {"a", "dir"},
-                                  {"a/b c", "dir"},
-                                  {"a/b c/bin", "420:" + binary},
-                                  {"a/b c/empty", "420:"},
-                                  {"a/b c/run", "493:r\n"},
-                                  {"a/b c/cut", "420:abc"}}));
-  EXPECT_EQ(TempFilesLeft(), 0);
+  EXPECT_EQ(ReadFile("loose"), "z");
+  EXPECT_EQ(Snapshot("opt/vendor/tavik"), (test::Tree{{"top", "644:hi"},
+                                                      {"a", "dir"},
+                                                      {"a/b c", "dir"},
+                                                      {"a/b c/bin", "644:" + binary},
+                                                      {"a/b c/empty", "644:"},
+                                                      {"a/b c/run", "755:r\n"},
+                                                      {"a/b c/cut", "644:abc"}}));
+  EXPECT_EQ(CountFilesEndingWith(kTempSuffix), 0);
 }
 
-TEST_F(InstallationTest, FailuresGiveTheirTextAndLeaveNoTemporaryFile) {
-  WriteFile("short.pkg", "ab");
-  WriteFile("blocker", "");
-  const std::string bad = "Bad package file " + Path("test.pkg");
-  const std::string dir = std::string(kMagic) + "[Dir]\nName = \n\n";
+TEST_F(InstallTest, FailuresGiveTheirTextAndLeaveNoTemporaryFile) {
+  ASSERT_TRUE(WriteFile("blocker", ""));
+  const std::string bad = "Bad package file " + Path("p.pkg"), dest = Path("dest");
+  const std::string dir = kStreamStart + DirRecord("");
   const std::pair<std::string, std::string> cases[] = {
-      // stream or package path, error
+      // record stream, or a package path; error
       {"TAVIK PACKAGE\n1\n[Dir]\nName = a\n", bad},
       {"TAVIK PACKAGE FILE\n", bad},
-      {dir + "[File]\nName = x\n", bad},
-      {dir + "[File]\n\nName = x\nSize = 0\n\n\n", bad},
       {dir + "[File]\n\n\n", bad},
-      {dir + "[RmDir]\nName = a\n", bad},
-      {dir + "[Exec]\nName = nothere\n\n\n",
-       "Cannot change file access rigths " + Dest() + "/nothere"},
-      {dir + "[File]\nName = no/such\nSize = 0\n\n\n", "Cannot create file " + Dest() + "/no/such"},
-      {dir + "[File]\nName = f\nSize = 0\n\n\n[Dir]\nName = f/sub\n\n",
-       "cannot create directory: " + Dest() + "/f"},
-      {dir + "[TextFile]\nName = none\n\n\n", "Cannot set text file " + Dest() + "/none"},
-      {Path("none.pkg"), "Cannot decompress package file"},
-      {Path("short.pkg"), "Cannot decompress package file"},
-  };
+      {dir + "[Exec]\nName = no\n\n\n", "Cannot change file access rigths " + dest + "/no"},
+      {dir + "[File]\nName = no/such\nSize = 0\n", "Cannot create file " + dest + "/no/such"},
+      {dir + FileRecord("f", "") + DirRecord("f/sub"), "cannot create directory: " + dest + "/f"},
+      {dir + "[TextFile]\nName = no\n\n\n", "Cannot set text file " + dest + "/no"},
+      {Path("none.pkg"), "Cannot decompress package file"}};
+  testing::internal::CaptureStdout();
   for (const auto& [stream, error] : cases) {
-    const std::string package = stream.starts_with("/") ? stream : WriteStream(stream);
-    EXPECT_FALSE(package_.InstallPackage(package.c_str(), Dest().c_str(), 0));
+    EXPECT_FALSE(stream.starts_with("/") ? package_.InstallPackage(stream.c_str(), dest.c_str(), 0)
+                                         : Install(stream));
     EXPECT_EQ(package_.ErrorText(), error) << stream;
-    EXPECT_EQ(TempFilesLeft(), 0) << stream;
+    EXPECT_EQ(CountFilesEndingWith(kTempSuffix), 0) << stream;
   }
-  EXPECT_TRUE(std::filesystem::is_regular_file(Dest() + "/f"));  // earlier records stay
-  EXPECT_FALSE(package_.InstallPackage(Path("x").c_str(), Path("blocker/sub").c_str(), 0));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(ReadFile("dest/f"), "");  // earlier records stay
+  EXPECT_FALSE(Install(kStreamStart, "blocker/sub"));
   EXPECT_EQ(package_.ErrorText(), "cannot create target directory: " + Path("blocker/sub"));
-  EXPECT_FALSE(package_.InstallPackage(nullptr, Dest().c_str(), 0));
+  EXPECT_FALSE(package_.InstallPackage(nullptr, dest.c_str(), 0));
   EXPECT_EQ(package_.ErrorText(), "No package file");
 }
 
-TEST_F(InstallationTest, RemoveFileMatchesNamesOfTheCurrentDirectoryOnly) {
-  const std::string all = ".hidden.log a.log b.log keep.txt logfile sub sub/c.log ";
+// [RemoveFile] names match files of the current directory, never hidden ones by pattern;
+// [RmDir] empties a directory, of its subdirectories too with "Withsubdir = YES".
+TEST_F(InstallTest, RemovalsTakeWhatTheirRecordNames) {
+  const std::string all = ".hidden.log a.log b.log keep.txt logfile sub/ sub/c.log";
   const std::pair<std::string, std::string> cases[] = {
-      // pattern, what is left
-      {"*.log", ".hidden.log keep.txt logfile sub sub/c.log "},
-      {"log*", ".hidden.log a.log b.log keep.txt sub sub/c.log "},
-      {"*", ".hidden.log sub sub/c.log "},
-      {"keep.txt", ".hidden.log a.log b.log logfile sub sub/c.log "},
-      {".hidden.log", "a.log b.log keep.txt logfile sub sub/c.log "},
-      {"missing", all},
-      {"", all},
-      {"sub", all},
-      {"**", all}};
-  for (const auto& [pattern, left] : cases) {
-    for (const char* file : {"a.log", "b.log", "keep.txt", "logfile", ".hidden.log", "sub/c.log"}) {
-      WriteFile(std::string("dest/d/") + file, "x");
+      // records after [Dir] d; what is left in d
+      {"[RemoveFile]\nName = *.log", ".hidden.log keep.txt logfile sub/ sub/c.log"},
+      {"[RemoveFile]\nName = log*", ".hidden.log a.log b.log keep.txt sub/ sub/c.log"},
+      {"[RemoveFile]\nName = *", ".hidden.log sub/ sub/c.log"},
+      {"[RemoveFile]\nName = .hidden.log", "a.log b.log keep.txt logfile sub/ sub/c.log"},
+      {"[RemoveFile]\nName = missing", all},
+      {"[RemoveFile]\nName = ", all},
+      {"[RemoveFile]\nName = sub", all},
+      {"[RmDir]\nName = d\\\nWithsubdir = NO\n", "sub/ sub/c.log"},
+      {"[RmDir]\nName = d\nWithsubdir = YES\n", ""}};
+  for (const auto& [records, left] : cases) {
+    for (const std::string file :
+         {"a.log", "b.log", "keep.txt", "logfile", ".hidden.log", "sub/c.log"}) {
+      ASSERT_TRUE(WriteFile("dest/d/" + file, "x"));
     }
-    ASSERT_TRUE(Install("[Dir]\nName = d\n\n[RemoveFile]\nName = " + pattern));
+    ASSERT_TRUE(Install(kStreamStart + DirRecord("d") + records));
     std::string names;
-    for (const auto& [name, bytes] : Snapshot(Dest() + "/d")) names += name + " ";
-    EXPECT_EQ(names, left) << pattern;
+    for (const std::string& name : Listing("dest/d")) names += (names.empty() ? "" : " ") + name;
+    EXPECT_EQ(names, left) << records;
   }
 }
 
-TEST_F(InstallationTest, RmDirRemovesFilesAndWithSubdirsTheSubdirectories) {
-  for (const std::string withSubdirs : {"NO", "YES"}) {
-    WriteFile("dest/r/f", "x");
-    WriteFile("dest/r/sub/g", "y");
-    ASSERT_TRUE(Install("[RmDir]\nName = r\\\nWithsubdir = " + withSubdirs + "\n"));
-    EXPECT_EQ(Snapshot(Dest()).size(), withSubdirs == "NO" ? 3u : 1u);
-  }
-}
-
-TEST_F(InstallationTest, VerboseProgressLines) {
-  for (int verbose : {1, 0}) {
-    testing::internal::CaptureStdout();
-    ASSERT_TRUE(Install("[Dir]\nName = a\n\n[Dir]\nName = b\\c\n\n", verbose));
-    EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
-        verbose == 0
-            ? ""
-            : "\nInstalling package " + Path("test.pkg") +
-                  "\nUncompressing package file\nVerifying package\nDirectory a\nDirectory b/c");
-  }
-}
-
-TEST_F(InstallationTest, SetTextFileEndsEveryLineWithOneLineFeed) {
+TEST_F(InstallTest, SetTextFileEndsEveryLineWithOneLineFeed) {
+  EXPECT_FALSE(package_.SetTextFile(Path("no/dir").c_str()));
+  EXPECT_EQ(package_.ErrorText(), "Cannot open temporary file " + Path("no/dir.tk_temp"));
+  EXPECT_FALSE(package_.SetTextFile(Path("missing").c_str()));
+  EXPECT_EQ(package_.ErrorText(), "Cannot open file " + Path("missing"));
   const std::string line(70000, 'x');
   const std::pair<std::string, std::string> cases[] = {
       {"a\r\nb", "a\nb\n"},
@@ -131,18 +122,15 @@ TEST_F(InstallationTest, SetTextFileEndsEveryLineWithOneLineFeed) {
       {"x\n\n", "x\n\n"},
       {line, line.substr(0, 65534) + "\n" + line.substr(65534) + "\n"}};
   for (const auto& [before, after] : cases) {
-    WriteFile("text", before);
+    ASSERT_TRUE(WriteFile("text", before));
     EXPECT_TRUE(package_.SetTextFile(Path("text").c_str()));
-    EXPECT_EQ(ReadFile(Path("text")), after);
+    EXPECT_EQ(ReadFile("text"), after);
   }
-  EXPECT_FALSE(package_.SetTextFile(Path("missing").c_str()));
-  EXPECT_EQ(package_.ErrorText(), "Cannot open file " + Path("missing"));
-  EXPECT_FALSE(package_.SetTextFile(Path("no/dir").c_str()));
-  EXPECT_EQ(package_.ErrorText(), "Cannot open temporary file " + Path("no/dir") + ".tk_temp");
-  EXPECT_EQ(TempFilesLeft(), 0);
+  EXPECT_EQ(package_.ErrorText(), "Cannot open file " + Path("missing"));  // left alone
+  EXPECT_EQ(CountFilesEndingWith(kTempSuffix), 0);
 }
 
-TEST_F(InstallationTest, ReadPackageHeaderTakesLeadingHeaderSections) {
+TEST_F(InstallTest, ReadPackageHeaderTakesLeadingHeaderSections) {
   std::string many = "[HEADER]\n";
   for (int i = 0; i < 20000; ++i) many += "K" + std::to_string(i) + "=v\n";
   const std::pair<std::string, std::vector<std::string>> cases[] = {
@@ -151,19 +139,22 @@ TEST_F(InstallationTest, ReadPackageHeaderTakesLeadingHeaderSections) {
       {"[Dir]\nName = \n\n[HEADER]\nV = 2\n", {}},
       {"", {}}};
   std::vector<std::string> lines = {"stale"};
-  for (const auto& [body, expected] : cases) {
-    EXPECT_TRUE(package_.ReadPackageHeader(WriteStream(kMagic + body).c_str(), lines));
+  for (const auto& [records, expected] : cases) {
+    ASSERT_TRUE(test::WritePackage(Path("p.pkg"), kStreamStart + records));
+    EXPECT_TRUE(package_.ReadPackageHeader(Path("p.pkg").c_str(), lines));
     EXPECT_EQ(lines, expected);
   }
-  ASSERT_TRUE(package_.ReadPackageHeader(WriteStream(kMagic + many).c_str(), lines));
+  ASSERT_TRUE(test::WritePackage(Path("p.pkg"), kStreamStart + many));
+  ASSERT_TRUE(package_.ReadPackageHeader(Path("p.pkg").c_str(), lines));
   EXPECT_TRUE(lines.size() > 10000 && lines.size() < 20000 && lines[9999] == "K9999=v");
-  EXPECT_FALSE(package_.ReadPackageHeader(WriteStream("TAVIK\n1\n").c_str(), lines));
-  EXPECT_EQ(package_.ErrorText(), "Bad package file " + Path("test.pkg"));
+  ASSERT_TRUE(test::WritePackage(Path("p.pkg"), "TAVIK\n1\n"));
+  EXPECT_FALSE(package_.ReadPackageHeader(Path("p.pkg").c_str(), lines));
+  EXPECT_EQ(package_.ErrorText(), "Bad package file " + Path("p.pkg"));
   EXPECT_FALSE(package_.ReadPackageHeader(nullptr, lines));
   EXPECT_EQ(package_.ErrorText(), "No package file");
   EXPECT_FALSE(package_.ReadPackageHeader(Path("none").c_str(), lines));
   EXPECT_EQ(package_.ErrorText(), "Cannot decompress package file");
-  EXPECT_EQ(TempFilesLeft(), 0);
+  EXPECT_EQ(CountFilesEndingWith(kTempSuffix), 0);
 }
 
 }  // namespace

@@ -2,21 +2,24 @@
 
 #include <vector>
 
-#include "package/package_test_fixture.h"
 #include "support/files.h"
+#include "testing/packages.h"
+#include "testing/temp_dir_fixture.h"
 
 namespace tk {
 namespace {
 
 using Status = PackageRecordReader::Status;
+using test::kStreamStart;
 
-class RecordReaderTest : public PackageTest {
+class RecordReaderTest : public test::TempDirTest {
  protected:
-  // Walks the magic lines + `body` to the end, describing each record as "Kind name" (+
-  // size for files, YES/NO for RmDir, |lines of other sections) or "bad SECTION: problem".
-  std::vector<std::string> Walk(const std::string& body) {
-    WriteFile("walk.stream", kMagic + body);
-    UniqueFile stream(OpenFile(Path("walk.stream").c_str(), "r"));
+  // Walks the magic lines + `records` to the end, describing each record as "Kind name"
+  // (+ size for files, YES/NO for RmDir, |lines of other sections) or "bad SECTION:
+  // problem".
+  std::vector<std::string> Walk(const std::string& records) {
+    EXPECT_TRUE(WriteFile("walk", kStreamStart + records));
+    UniqueFile stream(OpenFile(Path("walk").c_str(), "r"));
     PackageRecordReader reader(stream.get());
     EXPECT_TRUE(reader.ReadMagic());
     std::vector<std::string> seen;
@@ -34,10 +37,7 @@ class RecordReaderTest : public PackageTest {
 
 TEST_F(RecordReaderTest, RecognisesSectionsKeysAndBadRecords) {
   const std::string content = std::string("[Exec]\nName = x\n") + '\0' + "\r\n[Dir]\n";
-  const struct {
-    std::string body;
-    std::vector<std::string> records;
-  } cases[] = {
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"[dir]\nName = a\n\n[ DIR ] more\nName = b\n[Dir]x]\nName = c\n",
        {"Dir a", "Dir b", "Dir c"}},
       {"[Dir]\nName = a\\b\n[File]\nName = x\\y\nSize = 0\n\n\n", {"Dir a/b", "File x\\y 0"}},
@@ -55,58 +55,49 @@ TEST_F(RecordReaderTest, RecognisesSectionsKeysAndBadRecords) {
        {"bad DIR: missing \"Name = \" line", "bad EXEC: stream ends before the \"Name = \" line"}},
       {"[RmDir]\nName = r\nWithsubdir: YES\n", {"bad RMDIR: missing \"Withsubdir = \" line"}},
       {"[File]\nName = f\nSize = 18446744073709551584\n[Exec]\nName = x\n",
-       {"bad FILE: cannot seek past the content", "Exec x"}},
-  };
-  for (const auto& c : cases) EXPECT_EQ(Walk(c.body), c.records) << c.body;
+       {"bad FILE: cannot seek past the content", "Exec x"}}};
+  for (const auto& [records, seen] : cases) EXPECT_EQ(Walk(records), seen) << records;
 }
 
 // Contents shorter and longer than the stream's buffer and across its edges, holding
 // record-like lines: each record is found where it stands, the stream is left right after
-// each content (also after the last one, cut short by the end of the stream), and
-// installation writes every content's bytes.
+// each content (also after the last one, cut short by the end of the stream).
 TEST_F(RecordReaderTest, MovesPastContentsOfAnySizeAroundTheBuffer) {
-  const std::vector<size_t> sizes = {0, 1, 63, 64, 65, 4095, 4096, 4097, 9000, 3000};
-  std::string stream = kMagic + std::string("[Dir]\nName = \n\n");
-  std::vector<std::string> contents;
+  const int64_t sizes[] = {0, 1, 63, 64, 65, 4095, 4096, 4097, 9000, 3000};
+  std::string stream = kStreamStart;
   std::vector<int64_t> offsets;
-  for (size_t i = 0; i < sizes.size(); ++i) {
-    std::string content;
-    while (content.size() < sizes[i]) content += "[Exec]\nName = " + std::to_string(i) + "\n";
-    content.resize(i + 1 < sizes.size() ? sizes[i] : 100);
+  for (const int64_t size : sizes) {
     offsets.push_back(static_cast<int64_t>(stream.size()));
-    stream += "[File]\nName = f" + std::to_string(i) + "\nSize = " + std::to_string(sizes[i]) +
-              "\n" + content + (i + 1 < sizes.size() ? "\n\n" : "");
-    contents.push_back(content);
+    std::string content;
+    while (static_cast<int64_t>(content.size()) < size) content += "[Exec]\nName = x\n";
+    stream += "[File]\nName = f\nSize = " + std::to_string(size) + "\n" + content.substr(0, size);
+    stream += "\n\n";
   }
-  WriteFile("sizes.stream", stream);
+  ASSERT_TRUE(WriteFile("sizes", stream.substr(0, stream.size() - 2902)));  // 100 of 3000 bytes
   for (const size_t bufferSize : {size_t{0}, size_t{64}, size_t{4096}}) {
     std::vector<char> buffer(bufferSize);
-    UniqueFile f(OpenFile(Path("sizes.stream").c_str(), "r"));
+    UniqueFile f(OpenFile(Path("sizes").c_str(), "r"));
     std::setvbuf(f.get(), bufferSize ? buffer.data() : nullptr, bufferSize ? _IOFBF : _IONBF,
                  bufferSize);
     PackageRecordReader reader(f.get());
     PackageRecord r;
-    ASSERT_TRUE(reader.ReadMagic() && reader.Next(r) == Status::kRecord);
-    for (size_t i = 0; i < sizes.size(); ++i) {
+    ASSERT_TRUE(reader.ReadMagic());
+    for (size_t i = 0; i < std::size(sizes); ++i) {
       ASSERT_EQ(reader.Next(r), Status::kRecord) << bufferSize << " " << i;
-      EXPECT_EQ(r.name + " " + std::to_string(r.offset),
-                "f" + std::to_string(i) + " " + std::to_string(offsets[i]));
-      EXPECT_EQ(r.available, static_cast<int64_t>(contents[i].size()));
-      EXPECT_EQ(TellFile(f.get()), r.contentOffset + static_cast<int64_t>(sizes[i]));
+      EXPECT_EQ(r.offset, offsets[i]);
+      EXPECT_EQ(r.available, i + 1 < std::size(sizes) ? sizes[i] : 100);
+      EXPECT_EQ(TellFile(f.get()), r.contentOffset + sizes[i]);
     }
     EXPECT_EQ(reader.Next(r), Status::kEnd);
-  }
-  ASSERT_TRUE(package_.InstallPackage(WriteStream(stream).c_str(), Path("dest").c_str(), 0));
-  for (size_t i = 0; i < sizes.size(); ++i) {
-    EXPECT_EQ(ReadFile(Path("dest/f" + std::to_string(i))), contents[i]) << i;
   }
 }
 
 TEST(RecordNames, EscapingNamesAreRecognised) {
-  for (const char* name : {"/etc", "..", "a/../../b", "a\\..\\b", "\\abs"}) {
-    EXPECT_TRUE(NameEscapesInstallation(name)) << name;
-  }
-  for (const char* name : {"Bin/lib", "", "a..b/c.."}) EXPECT_FALSE(NameEscapesInstallation(name));
+  const std::pair<const char*, bool> cases[] = {
+      {"/etc", true},  {"..", true},       {"a/../../b", true}, {"a\\..\\b", true},
+      {"\\abs", true}, {"Bin/lib", false}, {"", false},         {"a..b/c..", false}};
+  for (const auto& [name, escapes] : cases)
+    EXPECT_EQ(NameEscapesInstallation(name), escapes) << name;
 }
 
 }  // namespace
