@@ -79,7 +79,9 @@ TEST_F(TkpackProgress, RelayedEngineLinesAndTheDisplayNeverOverwriteEachOther) {
     OutputRelay relay;
     EXPECT_TRUE(relay.Start());
     ProgressDisplay display(terminal, true);
-    FileProgressWatcher watcher(display, {{"reading", Path("data")}}, &relay);
+    // Of the stages under way, the last is shown.
+    FileProgressWatcher watcher(display, {{"earlier", Path("data")}, {"reading", Path("data")}},
+                                &relay);
     for (const char* line : {"\nUncompressing package file", "\nDirectory Bin"}) {
       std::fputs(line, stdout);
       std::fflush(stdout);

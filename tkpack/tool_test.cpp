@@ -39,7 +39,7 @@ class Tkpack : public test::TempDirTest {
   void Expect(const Words& words, int status, const string& out, const string& err) const {
     const test::ChildResult result = Run(words);
     EXPECT_EQ(std::tie(result.exitStatus, result.out, result.err), std::tie(status, out, err))
-        << words[0];
+        << testing::PrintToString(words);
   }
 
   void WritePackage(const string& name, const string& records) const {
