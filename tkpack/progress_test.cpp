@@ -105,8 +105,7 @@ TEST_F(TkpackProgress, CompressShowsItsProgressOnlyOnATerminal) {
   std::string text(6 * kLargeInputBytes, ' ');
   for (char& c : text) c = static_cast<char>('a' + generator() % 26);
   WriteFile("big.txt", text);
-  CommandLine line;
-  line.operands = {Path("big.txt"), Path("big.lzh")};
+  const CommandLine line{{Path("big.txt"), Path("big.lzh")}, {}};
   for (const bool terminal : {false, true}) {
     ToolIo io{std::fopen(Path("out").c_str(), "w"), std::fopen(Path("err").c_str(), "w"), terminal};
     EXPECT_EQ(RunCompress(line, io), kExitSuccess);

@@ -30,6 +30,7 @@ class Tkpack : public test::TempDirTest {
     std::filesystem::create_directory(Path("tmp"));
   }
 
+  // Runs tkpack with `words` after the program name, in the scratch directory.
   test::ChildResult Run(Words words) const {
     words.insert(words.begin(), "tkpack");
     return test::RunChild({TK_BIN_DIR "/tkpack", words, "", path(), {{"TMPDIR", Path("tmp")}}});
