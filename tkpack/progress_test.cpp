@@ -9,15 +9,16 @@
 #include <random>
 #include <thread>
 
+#include "testing/temp_dir_fixture.h"
 #include "tkpack/commands.h"
 #include "tkpack/file_watcher.h"
 #include "tkpack/output_relay.h"
-#include "tkpack/tkpack_test_fixture.h"
+#include "tkpack/tool.h"
 
 namespace tk {
 namespace {
 
-using TkpackProgress = TkpackTest;
+using TkpackProgress = test::TempDirTest;
 
 // What a terminal shows after `text`: LF starts a line, backspace moves left (never
 // past the line's start), anything else overwrites. Trailing blanks are dropped.
@@ -50,8 +51,10 @@ TEST_F(TkpackProgress, DrawsLargeStagesOnATerminalAndErasesOnlyItsOwnText) {
     std::fputs("Directory Bin", screen);
     ProgressDisplay display(screen, terminal);
     display.Update("small", 0, kLargeInputBytes - 1);
+    WaitForRedraw();
+    display.Update("small", kLargeInputBytes - 2, kLargeInputBytes - 1);
     display.Update("large", 0, int64_t{100} << 20);
-    EXPECT_EQ(shown(), "Directory Bin") << "a new stage waits an interval";
+    EXPECT_EQ(shown(), "Directory Bin") << "a small stage, and a new one before an interval";
     WaitForRedraw();
     display.Update("large", int64_t{99} << 20, int64_t{100} << 20);
     WaitForRedraw();
@@ -68,16 +71,17 @@ TEST_F(TkpackProgress, RelayedEngineLinesAndTheDisplayNeverOverwriteEachOther) {
   const int in = open(Path("data").c_str(), O_RDONLY);
   ASSERT_EQ(lseek(in, kLargeInputBytes / 4, SEEK_SET), kLargeInputBytes / 4);
   // One "terminal" that standard output and the display both append to.
-  const int terminal = open(Path("terminal").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  FILE* err = std::fopen(Path("terminal").c_str(), "a");
+  FILE* terminal = std::fopen(Path("terminal").c_str(), "a");
   std::fflush(stdout);
   const int savedStdout = dup(STDOUT_FILENO);
-  dup2(terminal, STDOUT_FILENO);
+  dup2(fileno(terminal), STDOUT_FILENO);
   {
     OutputRelay relay;
     EXPECT_TRUE(relay.Start());
-    ProgressDisplay display(err, true);
-    FileProgressWatcher watcher(display, {{"reading", Path("data")}}, &relay);
+    ProgressDisplay display(terminal, true);
+    // Of the stages under way, the last is shown.
+    FileProgressWatcher watcher(display, {{"earlier", Path("data")}, {"reading", Path("data")}},
+                                &relay);
     for (const char* line : {"\nUncompressing package file", "\nDirectory Bin"}) {
       std::fputs(line, stdout);
       std::fflush(stdout);
@@ -87,8 +91,8 @@ TEST_F(TkpackProgress, RelayedEngineLinesAndTheDisplayNeverOverwriteEachOther) {
     relay.Finish();
   }
   dup2(savedStdout, STDOUT_FILENO);
-  for (const int descriptor : {savedStdout, terminal, in}) close(descriptor);
-  std::fclose(err);
+  for (const int descriptor : {savedStdout, in}) close(descriptor);
+  std::fclose(terminal);
   const std::string text = ReadFile("terminal");
   EXPECT_NE(text.find("Uncompressing package file  [reading 256.0 KiB of 1.0 MiB (25%), "),
             std::string::npos)
@@ -101,8 +105,7 @@ TEST_F(TkpackProgress, CompressShowsItsProgressOnlyOnATerminal) {
   std::string text(6 * kLargeInputBytes, ' ');
   for (char& c : text) c = static_cast<char>('a' + generator() % 26);
   WriteFile("big.txt", text);
-  CommandLine line;
-  line.operands = {Path("big.txt"), Path("big.lzh")};
+  const CommandLine line{{Path("big.txt"), Path("big.lzh")}, {}};
   for (const bool terminal : {false, true}) {
     ToolIo io{std::fopen(Path("out").c_str(), "w"), std::fopen(Path("err").c_str(), "w"), terminal};
     EXPECT_EQ(RunCompress(line, io), kExitSuccess);
