@@ -118,8 +118,9 @@ int64_t FileSize(const char* path);
 // ".txt" give the same kind of name). All four inputs are trimmed in place and the
 // directory gets its trailing "/". An empty directory means the current one.
 // Returns 1 on success, 0 after ten failed creations (`result` is then "").
-// Serialised on gTempNameMutex, which stays locked if the name buffer cannot be
-// allocated.
+// Serialised on gTempNameMutex, which stays locked (every later call then blocks) if
+// the name buffer cannot be allocated
+// (FilesTest.MakeTempFileNameKeepsTheMutexLockedWithoutANameBuffer).
 int MakeTempFileName(std::string& result, std::string& directory, std::string& extension,
                      std::string& prefix, std::string& suffix);
 

@@ -104,7 +104,8 @@ void ReadIniValue(const char* path, char* out, unsigned outSize, const char* sec
   if (in == nullptr) return;
   char cleaned[kIniLineBufferSize];
   const char* value = FindValue(in.get(), header, key_prefix, cleaned);
-  // A value that fills the buffer is left without a terminator, as callers expect.
+  // strncpy: a value of `outSize` bytes or more is left without a terminator
+  // (IniFileTest.BoundedCopyAddsNoTerminatorWhenFull).
   if (value != nullptr) std::strncpy(out, value, outSize);
 }
 
