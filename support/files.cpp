@@ -122,9 +122,7 @@ int UniqueDescriptor::Close() {
   return close(fd);
 }
 
-TempFileGuard::~TempFileGuard() {
-  if (!keep_) DeleteFile(path_.c_str());
-}
+TempFileGuard::~TempFileGuard() { DeleteFile(path_.c_str()); }
 
 int SeekFile(FILE* stream, int64_t offset, int whence) { return fseeko64(stream, offset, whence); }
 

@@ -52,8 +52,8 @@ struct FileCloser {
 };
 using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 
-// Owner of a temporary file path: deletes the file when it goes out of scope unless
-// Keep() was called. Lets "deleted on every exit" hold by construction.
+// Owner of a temporary file path: deletes the file when it goes out of scope. Lets
+// "deleted on every exit" hold by construction.
 class TempFileGuard {
  public:
   explicit TempFileGuard(std::string path) : path_(std::move(path)) {}
@@ -61,11 +61,9 @@ class TempFileGuard {
   TempFileGuard(const TempFileGuard&) = delete;
   TempFileGuard& operator=(const TempFileGuard&) = delete;
   const std::string& path() const { return path_; }
-  void Keep() { keep_ = true; }
 
  private:
   std::string path_;
-  bool keep_ = false;
 };
 
 // ---- 64-bit offsets ------------------------------------------------------------

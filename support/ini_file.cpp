@@ -139,10 +139,6 @@ const char* StrIStr(const char* text, const char* pattern) {
   }
 }
 
-char* StrIStr(char* text, const char* pattern) {
-  return const_cast<char*>(StrIStr(static_cast<const char*>(text), pattern));
-}
-
 int MatchWordList(const char** cursor, const char* const* words, int n) {
   if (cursor == nullptr || *cursor == nullptr || words == nullptr) return -1;
   for (int i = 0; words[i] != nullptr; ++i) {
