@@ -64,24 +64,23 @@ TEST_F(FilesTest, SamePathIgnoresSeparatorsAndOuterWhitespace) {
   for (auto [a, b, same] : cases) EXPECT_EQ(SamePath(a, b), same) << a << " | " << b;
 }
 
-// A size of 5 reads at most 3 characters at a time.
+// Each read is given as its length, ":", the line left in the buffer and "|". A size of
+// 5 reads at most 3 characters at a time.
 TEST_F(FilesTest, ReadTextLineStripsOneLineEnd) {
-  const std::tuple<std::string, int, std::vector<std::pair<int, std::string>>> cases[] = {
-      {"abc\r\n", 16, {{5, "abc"}}},
-      {"\n", 16, {{1, ""}}},
-      {"x\r\r\n", 16, {{4, "x\r"}}},
-      {"a\n\nb", 16, {{2, "a"}, {1, ""}, {1, "b"}}},
-      {"abcdef\n", 5, {{3, "abc"}, {3, "def"}, {1, ""}}}};
-  for (const auto& [text, size, lines] : cases) {
+  const std::tuple<std::string, int, std::string> cases[] = {
+      {"abc\r\n", 16, "5:abc|"},          {"\n", 16, "1:|"},
+      {"x\r\r\n", 16, "4:x\r|"},          {"a\n\nb", 16, "2:a|1:|1:b|"},
+      {"abcdef\n", 5, "3:abc|3:def|1:|"}, {"abc", 2, ""}};
+  for (const auto& [text, size, reads] : cases) {
     WriteFile("t", text);
     UniqueFile f(OpenFile(Path("t").c_str(), "rb"));
     // Exactly sized, so that a look before or past the buffer shows under ASan.
     std::unique_ptr<char[]> buffer(new char[size]);
-    for (const auto& [length, line] : lines) {
-      EXPECT_EQ(ReadTextLine(buffer.get(), size, f.get()), length) << text;
-      EXPECT_EQ(std::string(buffer.get()), line);
+    std::string got;
+    for (int n, i = 0; i < 10 && (n = ReadTextLine(buffer.get(), size, f.get())) > 0; ++i) {
+      got += std::to_string(n) + ":" + buffer.get() + "|";
     }
-    EXPECT_EQ(ReadTextLine(buffer.get(), size, f.get()), 0) << text;
+    EXPECT_EQ(got, reads);
   }
 }
 
@@ -103,7 +102,6 @@ TEST_F(FilesTest, FindInStreamLeavesTheStreamAtTheHit) {
 TEST_F(FilesTest, MakeTempFileNameAddsOneDotBeforeTheExtension) {
   const std::tuple<std::string, std::string> cases[] = {
       {"txt", ".txt"}, {".txt", ".txt"}, {" .txt\t", ".txt"}, {"", ""}, {".", ""}};
-  std::string previous;
   for (const auto& [ext, ending] : cases) {
     std::string result, directory = " " + path(), extension = ext, pre = "pre", suf = "suf";
     ASSERT_EQ(MakeTempFileName(result, directory, extension, pre, suf), 1);
@@ -112,8 +110,7 @@ TEST_F(FilesTest, MakeTempFileNameAddsOneDotBeforeTheExtension) {
     ASSERT_TRUE(result.starts_with(head) && result.ends_with(tail)) << result;
     const std::string hex = result.substr(head.size(), result.size() - head.size() - tail.size());
     EXPECT_TRUE(hex.size() >= 16 && hex.find_first_not_of("0123456789abcdef") == hex.npos);
-    EXPECT_TRUE(Exists(result) && ReadFile(result).empty() && result != previous) << result;
-    previous = result;
+    EXPECT_TRUE(Exists(result) && ReadFile(result).empty()) << result;
   }
   std::string result = "x", directory = Path("gone"), extension, prefix, suffix;
   EXPECT_EQ(MakeTempFileName(result, directory, extension, prefix, suffix), 0);

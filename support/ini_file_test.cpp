@@ -44,15 +44,13 @@ TEST_F(IniFileTest, FindsTheValueOfTheFirstMatchingSection) {
 // Spaces around names and delimiters go and runs of them shrink to one; the search ends
 // at the first "[" after the first matching header; lines are read in 254-byte pieces.
 TEST_F(IniFileTest, CleansLinesAndStopsAtTheNextSection) {
-  const std::tuple<std::string, std::string> cases[] = {
-      {"[S]\n  Key  =  some   value } \n", "some value }"},
-      {"[ S ]\n\tKey\t=\tv\t\t3\t", "v 3"},
-      {"[S] extra\nKey = a [b] c\n", "a[b] c"},
-      {"[S]\na=1\n[S]\nKey=2\n", "<none>"},
-      {"Key=0\n[S]\nKey=1\nKey=2\n", "1"},
-      {"[S]\n" + std::string(254, 'x') + "Key=split\nKey=whole\n", "split"},
-      {"[S]\nKey=" + std::string(300, 'v') + "\n", std::string(250, 'v')}};
+  const std::tuple<const char*, const char*> cases[] = {
+      {"[S]\n  Key  =  a   b } \n", "a b }"},   {"[ S ]\n\tKey\t=\tv\t\t3\t", "v 3"},
+      {"[S] extra\nKey = a [b] c\n", "a[b] c"}, {"[S]\na=1\n[S]\nKey=2\n", "<none>"},
+      {"Key=0\n[S]\nKey=1\nKey=2\n", "1"},      {"[S]\n[T]\nKey=1\n", "<none>"}};
   for (const auto& [file, value] : cases) ExpectValue(file, "S", "Key", value);
+  ExpectValue("[S]\n" + std::string(254, 'x') + "Key=split\nKey=whole\n", "S", "Key", "split");
+  ExpectValue("[S]\nKey=" + std::string(300, 'v') + "\n", "S", "Key", std::string(250, 'v'));
 }
 
 TEST_F(IniFileTest, BoundedCopyAddsNoTerminatorWhenFull) {

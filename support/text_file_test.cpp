@@ -12,25 +12,26 @@ namespace {
 using TextFileTest = test::TempDirTest;
 
 // The file is overwritten in place, so it keeps its permissions, and the temporary goes.
-// Single lines and empty files are not taken for text; later lines are read 65528 bytes
-// at a time. The case of a temporary that cannot be written is in fault_injection_test.cpp.
+// Only the CR before an LF goes. Single lines and empty files are not taken for text;
+// later lines are read 65528 bytes at a time. A temporary that cannot be written is a
+// case of fault_injection_test.cpp.
 TEST_F(TextFileTest, ConvertsLineEndsInPlace) {
-  const std::string piece(65528, 'x'), first(65529, 'y');
-  const std::tuple<std::string, std::string> cases[] = {
-      {"a\r\nbb\r\nccc\r\n", "a\nbb\nccc\n"},
-      {"a\r\nb", "a\nb\n"},
-      {"a\n\n\r\n", "a\n\n\n"},
-      {"a\rb\nc\r\r\n", "a\rb\nc\r\n"},  // only the CR before the LF goes
-      {"", ""},
-      {"one line\r", "one line\r"},
-      {first + "\r\nz\r\n", first + "\r\nz\r\n"},
-      {"a\n" + piece + "tail\r\n", "a\n" + piece + "\ntail\n"}};
-  for (const auto& [in, out] : cases) {
+  auto expect = [this](const std::string& in, const std::string& out) {
     WriteFile("notes.txt", in);
     ASSERT_EQ(chmod(Path("notes.txt").c_str(), 0640), 0);
     ConvertTextFile(Path("notes.txt").c_str());
     EXPECT_EQ(Snapshot(), (test::Tree{{"notes.txt", "640:" + out}})) << in.substr(0, 20);
-  }
+  };
+  const std::pair<const char*, const char*> cases[] = {{"a\r\nbb\r\nccc\r\n", "a\nbb\nccc\n"},
+                                                       {"a\r\nb", "a\nb\n"},
+                                                       {"a\n\n\r\n", "a\n\n\n"},
+                                                       {"a\rb\nc\r\r\n", "a\rb\nc\r\n"},
+                                                       {"", ""},
+                                                       {"one line\r", "one line\r"}};
+  for (const auto& [in, out] : cases) expect(in, out);
+  const std::string piece(65528, 'x'), first(65529, 'y');
+  expect(first + "\r\nz\r\n", first + "\r\nz\r\n");
+  expect("a\n" + piece + "tail\r\n", "a\n" + piece + "\ntail\n");
   ConvertTextFile(Path("missing").c_str());
   ConvertTextFile(nullptr);
   EXPECT_EQ(Listing(), std::vector<std::string>{"notes.txt"});
