@@ -110,7 +110,8 @@ bool RemoveEntry(const std::string& dir, const char* name, const RemovalFilter& 
   // A link is removed as a link: following one to a directory would empty a tree
   // that lies outside the one being removed.
   if (!IsSymbolicLink(full) && OpensAsDirectory(full)) {
-    // Hidden subdirectories are never entered, so a tree holding one stays.
+    // Hidden subdirectories are never entered, so a tree holding one stays and the
+    // result is 0 (DirectoriesTest.RemoveDirectoryNeverEntersHiddenDirectories).
     if (!filter.directories || IsHidden(name)) return true;
     if (!MatchesPrefix(name, filter.dirPattern)) return true;
     return RemoveDirectory(full.c_str(), true, "*", "*") == 1;
@@ -141,7 +142,8 @@ int DirectoryExists(const char* path) {
   std::string p = BoundedPath(path);
   if (!p.empty() && p.back() == '/') p.pop_back();
   if (!p.empty() && p.back() == '\\') p.pop_back();
-  // Nothing left means "/" (or ""), which is reported as no directory on purpose.
+  // Nothing left means "/" (or ""), which is reported as no directory
+  // (DirectoriesTest.ExistenceAndEmptiness).
   if (p.empty()) return 0;
   return OpensAsDirectory(p) ? 1 : 0;
 }

@@ -1,5 +1,9 @@
 // Opening, existence of files, line and pattern reading, sizes and temporary names
 // of the file-system utilities; directories are in directories.cpp, copies in copies.cpp.
+//
+// MakeTempFileName locks and unlocks gTempNameMutex by hand, not through TkLockGuard:
+// its way out when the name buffer cannot be allocated leaves the mutex locked, which
+// a guard would undo. No other code of the support library takes a lock.
 #include "support/files.h"
 
 #include <fcntl.h>
@@ -118,9 +122,7 @@ int UniqueDescriptor::Close() {
   return close(fd);
 }
 
-TempFileGuard::~TempFileGuard() {
-  if (!keep_) DeleteFile(path_.c_str());
-}
+TempFileGuard::~TempFileGuard() { DeleteFile(path_.c_str()); }
 
 int SeekFile(FILE* stream, int64_t offset, int whence) { return fseeko64(stream, offset, whence); }
 
@@ -146,7 +148,8 @@ int SamePath(std::string& a, std::string& b) {
 }
 
 int ReadTextLine(char* buffer, int size, FILE* stream) {
-  // fgets keeps one byte for the NUL; one more is held back, as callers expect.
+  // fgets is given size - 1, so at most size - 2 characters come back at a time:
+  // "abcdef\n" with size 5 reads as "abc", "def", "" (FilesTest.ReadTextLineStripsOneLineEnd).
   const int limit = size > 0 ? size - 1 : 0;
   if (limit <= 0 || fgets(buffer, limit, stream) == nullptr) return 0;
   size_t length = std::strlen(buffer);
@@ -203,8 +206,8 @@ int MakeTempFileName(std::string& result, std::string& directory, std::string& e
   const size_t capacity =
       directory.size() + extension.size() + prefix.size() + suffix.size() + kTempNameSlack;
   std::unique_ptr<char[]> name(new (std::nothrow) char[capacity]);
-  // Returning here with the mutex still locked is a long-standing slip that
-  // callers have lived with; it is kept as it is.
+  // Without a name buffer the result is 0 and gTempNameMutex stays locked, so every
+  // later call blocks (FilesTest.MakeTempFileNameKeepsTheMutexLockedWithoutANameBuffer).
   if (name == nullptr) return 0;
   const int created = CreateUniqueFile(name.get(), capacity, directory, extension, prefix, suffix);
   ++gTempNameCounter;

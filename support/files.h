@@ -52,8 +52,8 @@ struct FileCloser {
 };
 using UniqueFile = std::unique_ptr<FILE, FileCloser>;
 
-// Owner of a temporary file path: deletes the file when it goes out of scope unless
-// Keep() was called. Lets "deleted on every exit" hold by construction.
+// Owner of a temporary file path: deletes the file when it goes out of scope. Lets
+// "deleted on every exit" hold by construction.
 class TempFileGuard {
  public:
   explicit TempFileGuard(std::string path) : path_(std::move(path)) {}
@@ -61,11 +61,9 @@ class TempFileGuard {
   TempFileGuard(const TempFileGuard&) = delete;
   TempFileGuard& operator=(const TempFileGuard&) = delete;
   const std::string& path() const { return path_; }
-  void Keep() { keep_ = true; }
 
  private:
   std::string path_;
-  bool keep_ = false;
 };
 
 // ---- 64-bit offsets ------------------------------------------------------------
@@ -118,8 +116,9 @@ int64_t FileSize(const char* path);
 // ".txt" give the same kind of name). All four inputs are trimmed in place and the
 // directory gets its trailing "/". An empty directory means the current one.
 // Returns 1 on success, 0 after ten failed creations (`result` is then "").
-// Serialised on gTempNameMutex, which stays locked if the name buffer cannot be
-// allocated.
+// Serialised on gTempNameMutex, which stays locked (every later call then blocks) if
+// the name buffer cannot be allocated
+// (FilesTest.MakeTempFileNameKeepsTheMutexLockedWithoutANameBuffer).
 int MakeTempFileName(std::string& result, std::string& directory, std::string& extension,
                      std::string& prefix, std::string& suffix);
 

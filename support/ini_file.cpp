@@ -104,7 +104,8 @@ void ReadIniValue(const char* path, char* out, unsigned outSize, const char* sec
   if (in == nullptr) return;
   char cleaned[kIniLineBufferSize];
   const char* value = FindValue(in.get(), header, key_prefix, cleaned);
-  // A value that fills the buffer is left without a terminator, as callers expect.
+  // strncpy: a value of `outSize` bytes or more is left without a terminator
+  // (IniFileTest.BoundedCopyAddsNoTerminatorWhenFull).
   if (value != nullptr) std::strncpy(out, value, outSize);
 }
 
@@ -136,10 +137,6 @@ const char* StrIStr(const char* text, const char* pattern) {
     if (StrNICmp(p, pattern, length) == 0) return p;
     if (*p == '\0') return nullptr;
   }
-}
-
-char* StrIStr(char* text, const char* pattern) {
-  return const_cast<char*>(StrIStr(static_cast<const char*>(text), pattern));
 }
 
 int MatchWordList(const char** cursor, const char* const* words, int n) {

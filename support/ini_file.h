@@ -32,7 +32,6 @@ int StrICmp(const char* a, const char* b);
 // First occurrence of `pattern` in `text` ignoring case, as a pointer into `text`
 // itself; `text` for an empty pattern. Null when either is null or there is none.
 const char* StrIStr(const char* text, const char* pattern);
-char* StrIStr(char* text, const char* pattern);
 
 // Tries the null-terminated list `words` in order against the text at `*cursor`,
 // over `n` bytes when n >= 1 and over each word's whole length otherwise. On the

@@ -301,7 +301,7 @@ void UndoubleChar(std::string& s, char c) {
     if (pos == std::string::npos) break;
     result.append(s, rest, pos + 1 - rest);
     // A `c` at the very end leaves the remaining text in place, so the final append
-    // below repeats it; callers depend on that.
+    // below repeats it: "ab'" -> "ab'ab'" (Strings.UndoubleCharRepeatsTheTailAfterAFinalChar).
     if (pos == s.size() - 1) break;
     rest = pos + 1;
     if (s[rest] == c) ++rest;

@@ -4,8 +4,10 @@
 // Only the 7-bit ASCII range is ever changed by the case functions.
 //
 // Several functions run "find from the start, replace, find again" passes with
-// marker texts protecting intermediate results. Input that already holds a marker
-// text is changed by the final marker pass; callers rely on that exact behaviour.
+// marker texts protecting intermediate results. The markers are not escaped in the
+// input, so input that already holds one is changed by the final marker pass:
+// "$$@@##" escapes to "%25", "$$##pourcent##$$" unescapes to "%", "$$@@##%%x"
+// XML-escapes to "&x" (Strings.UrlEscapeAndUnescape, Strings.XmlEscapeDoesNotEscapeTwice).
 //
 // Thread-safe: no shared state.
 #ifndef TAVIK_SUPPORT_STRINGS_H_
@@ -32,7 +34,8 @@ char* CStrToUpper(char* s);
 // (`removeAllSpaces`) or the leading and trailing ones, collapsing inner runs when
 // `collapseSpaces`. With a tab, CR or LF present: tabs become spaces, CR and LF are
 // deleted, runs collapse when `collapseSpaces`, then only one space goes at each
-// end, then all spaces go when `removeAllSpaces`. The two branches differ on purpose.
+// end, then all spaces go when `removeAllSpaces`. So "  a" loses both spaces but
+// "\t  a" keeps two (Strings.TrimWhitespaceKeepsBothBranches).
 void TrimWhitespace(std::string& s, bool removeAllSpaces, bool collapseSpaces);
 
 // The whitespace normalisation that every path, answer and record line goes through:
@@ -65,8 +68,9 @@ bool IsIdentifier(const std::string& s);
 int FindBytes(const char* buffer, int length, const char* pattern);
 
 // Up to four hexadecimal digits, most significant first. Characters 42..63 count
-// as their low four bits (so "*".."/" and ":".."?" are digits too); a-f and A-F
-// count 10..15. Stops at the first other character; no digit gives 0.
+// as their low four bits (so "*".."/" and ":".."?" are digits too: ":0" is 160); a-f
+// and A-F count 10..15. Stops at the first other character; no digit gives 0
+// (Strings.HexToIntAcceptsPunctuationAndStopsAfterFourDigits).
 unsigned HexToInt(const char* text);
 
 // Nothing for an empty `s`. `wanted` >= 1 reserves that capacity; otherwise grows
@@ -89,8 +93,8 @@ std::size_t UrlUnescape(std::string& s, bool ignored, bool enable);
 std::string XmlEscape(std::string& s);
 
 // Collapses each doubled `c` into one ("it''s" -> "it's"). When the last `c` stands
-// at the very end of the remaining text, that text is appended a second time
-// ("ab'" -> "ab'ab'"); callers depend on this quirk.
+// at the very end of the remaining text, that text is appended a second time:
+// "ab'" -> "ab'ab'", "x''y'" -> "x'y'y'" (Strings.UndoubleCharRepeatsTheTailAfterAFinalChar).
 void UndoubleChar(std::string& s, char c);
 
 // UndoubleChar with the apostrophe.

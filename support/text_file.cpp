@@ -81,7 +81,8 @@ void TrimWhitespaceBuffer(char* buffer, bool removeAllSpaces, bool collapseSpace
     const char c = buffer[i];
     if (c == '\r') continue;
     if (c == ' ') {
-      // The collapse test looks at the input byte before, not at the kept text.
+      // The collapse test looks at the input byte before, not at the kept text, so
+      // "x \r y" keeps two spaces (TextFileTest.TrimWhitespaceBufferCleansOneLine).
       const bool after_space = i > 0 && buffer[i - 1] == ' ';
       if (removeAllSpaces || (collapseSpaces && after_space) || count == 0) continue;
     }
