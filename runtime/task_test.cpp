@@ -127,8 +127,8 @@ TEST(RuntimeTypes, ClassesKeepTheirNamesAndVirtualSlots) {
   EXPECT_THAT(slots, ::testing::ElementsAre(2, 3, 4, 5, 6, 2, 3, 4));
 }
 
-// A task thread also leaves the interrupts to the main thread; a Stop of a finished
-// task sends nothing and does not pause.
+// A task thread also leaves the interrupts to the main thread, and a SIGCHLD raised by
+// Run is ignored. A Stop of a finished task sends nothing and does not pause.
 TEST_F(TaskTest, RunsThroughItsHooksInlineOrOnAThreadOfItsOwn) {
   // work, in the caller's thread, what Prepare returns, result, report
   const std::tuple<Work, bool, bool, int, std::string> cases[] = {
@@ -155,10 +155,10 @@ TEST_F(TaskTest, RunsThroughItsHooksInlineOrOnAThreadOfItsOwn) {
   }
 }
 
-// A signal ends only the task's thread, after the handler's line (none for SIGABRT) and,
-// unless Stop sent it, the task's report; the process goes on and the task can run
-// again. Nothing starts during a threaded run. Stop pauses 200 ms for the thread to go. With
-// auto-delete the ended task is deleted, as one that finishes by itself is.
+// A signal ends only the task's thread, after the handler's line (none for SIGABRT)
+// and, unless Stop sent it, the task's report; the process goes on and the task can
+// run again. Nothing starts during a threaded run. Stop pauses 200 ms for the thread
+// to go. With auto-delete the ended task is deleted, as one that finishes by itself is.
 TEST_F(TaskTest, ASignalEndsOnlyTheTaskThread) {
   constexpr int kByStop = 0;
   // the signal (kByStop: sent by Stop), auto-delete, the handler's line, the report
