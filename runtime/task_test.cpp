@@ -185,8 +185,8 @@ TEST_F(TaskTest, ASignalEndsOnlyTheTaskThread) {
     } else {
       pthread_kill(task->ThreadId(), signalNumber);
     }
-    ASSERT_TRUE(
-        WaitUntil([&] { return autoDelete ? ProbeTask::slotFree.load() : !task->IsRunning(); }));
+    ASSERT_TRUE(autoDelete ? WaitUntil([] { return ProbeTask::slotFree.load(); })
+                           : WaitUntil([&] { return !task->IsRunning(); }));
     EXPECT_LT(Clock::now() - start, 3000ms);  // give or take a loaded machine
     EXPECT_EQ(line, ::testing::internal::GetCapturedStdout());
     EXPECT_EQ(report, ProbeTask::report);
