@@ -43,11 +43,6 @@ bool WaitUntil(Done done) {
   return done();
 }
 
-bool Spinning() {
-  const long before = gSpins;
-  return WaitUntil([&] { return gSpins != before; });
-}
-
 enum Work { kReturn, kThrowStandard, kThrowOther, kEndless, kRaiseSigchld };
 
 // A task that does one kind of work and records every hook it sees. A task made with
@@ -174,7 +169,7 @@ TEST_F(TaskTest, ASignalEndsOnlyTheTaskThread) {
     if (ProbeTask::slotFree) task = new ProbeTask(kEndless);
     ProbeTask::report[0] = '\0';
     ASSERT_TRUE(task->Start(false, autoDelete));
-    ASSERT_TRUE(Spinning());
+    ASSERT_TRUE(WaitUntil([before = gSpins.load()] { return gSpins != before; }));  // spinning
     EXPECT_FALSE(task->Start(true, autoDelete));
     EXPECT_TRUE(task->Start(false, autoDelete));
     ::testing::internal::CaptureStdout();
