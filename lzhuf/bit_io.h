@@ -129,21 +129,14 @@ class BitReader {
     }
   }
 
-  int count() const { return count_; }
   // The buffered bits, the next one on top.
   uint64_t bits() const { return bits_; }
-  // The next `n` bits (1 to 32) without consuming them; needs count() >= n.
+  // The next `n` bits (1 to 32) without consuming them; needs `n` bits buffered (Refill
+  // makes 56 available).
   uint32_t Peek(int n) const { return static_cast<uint32_t>(bits_ >> (64 - n)); }
   void Skip(int n) {
     bits_ <<= n;
     count_ -= n;
-  }
-  // One bit, refilling when needed.
-  int Bit() {
-    if (count_ == 0) Refill();
-    const int bit = static_cast<int>(bits_ >> 63);
-    Skip(1);
-    return bit;
   }
 
  private:

@@ -11,13 +11,11 @@ namespace tk::lzhuf_detail {
 
 namespace {
 
-constexpr size_t kHistory = kN;
-
 // The window before any output: what the encoder's ring holds 4096 to 1 positions
 // before the start, i.e. the 10 never-reached positions (zeros) and then spaces.
 void FillHistory(uint8_t* window) {
   std::memset(window, 0, kF);
-  std::memset(window + kF, kRingFill, kHistory - kF);
+  std::memset(window + kF, kRingFill, kN - kF);
 }
 
 int DecodeSymbol(LzhufCodec& codec, BitReader& in) {
@@ -62,9 +60,9 @@ inline void CopyMatch(uint8_t* out, int distance, int length) {
 
 // Hands the block to the sink and keeps its last 4096 bytes as the new history.
 bool Drain(uint8_t* window, uint8_t*& out, LzhufSink& sink) {
-  uint8_t* const start = window + kHistory;
+  uint8_t* const start = window + kN;
   if (out != start && !sink.Write(start, static_cast<size_t>(out - start))) return false;
-  std::memmove(window, out - kHistory, kHistory);
+  std::memmove(window, out - kN, kN);
   out = start;
   return true;
 }
@@ -76,9 +74,9 @@ int DecodeBody(LzhufCodec& codec, LzhufSource& source, size_t got, LzhufSink& si
   StartHuffman(codec);
   BitReader in(source, codec.inBlock, kHeaderSize, got);
   uint8_t* const window = codec.outBlock;
-  uint8_t* const full = window + kHistory + kLzhufIoBlockSize;
+  uint8_t* const full = window + kN + kLzhufIoBlockSize;
   FillHistory(window);
-  uint8_t* out = window + kHistory;
+  uint8_t* out = window + kN;
   uint64_t count = 0;
   while (count < size) {
     in.Refill();  // enough bits for the longest code and a distance

@@ -11,8 +11,6 @@ namespace tk::lzhuf_detail {
 
 namespace {
 
-constexpr int kMask = kN - 1;
-
 // Spaces before the start position; zeros from there on, so that the bytes that
 // short inputs never reach compare the same in every run.
 void FillRing(LzhufCodec& codec) {
@@ -79,8 +77,8 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
       DeleteNode(codec, s);
       codec.ring[s] = static_cast<uint8_t>(c);
       if (s < kF - 1) codec.ring[s + kN] = static_cast<uint8_t>(c);
-      s = (s + 1) & kMask;
-      r = (r + 1) & kMask;
+      s = (s + 1) & kRingMask;
+      r = (r + 1) & kRingMask;
       key = NextKey(key, static_cast<unsigned>(c));
       if (++i == covered) {
         hint = InsertNode<true>(codec, r, key, hint, best);
@@ -92,8 +90,8 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
     // After the input: the look-ahead shrinks, its tail holding older bytes.
     for (; i < covered; ++i) {
       DeleteNode(codec, s);
-      s = (s + 1) & kMask;
-      r = (r + 1) & kMask;
+      s = (s + 1) & kRingMask;
+      r = (r + 1) & kRingMask;
       if (--len != 0) hint = InsertNode(codec, r, KeyAt(codec.ring, r), hint, best);
     }
   } while (len > 0);

@@ -12,7 +12,10 @@
 
 namespace tk::lzhuf_detail {
 
+// N and F of the format under their short names, and the mask that takes a ring
+// position modulo N.
 constexpr int kN = kLzhufRingSize;
+constexpr int kRingMask = kN - 1;
 constexpr int kF = kLzhufLookahead;
 constexpr int kNil = kLzhufNil;
 constexpr int kStart = kN - kF;  // ring position of the first input byte

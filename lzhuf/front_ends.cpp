@@ -82,7 +82,8 @@ int LzhufDecodeFile(LzhufCodec& codec, const char* sourcePath, const char* desti
   LzhufFileSink out(destination.get());
   const int result = LzhufDecode(codec, in, out, limit);
   if (result == kLzhufNoHeader) {
-    // Both streams stay open: callers have always seen this case that way.
+    // Both streams stay open, their two descriptors in use: pinned by
+    // LzhufFiles.EachResultLeavesItsFiles.
     (void)source.release();
     (void)destination.release();
     return result;

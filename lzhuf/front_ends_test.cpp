@@ -1,40 +1,38 @@
+// The file front end: files code like buffers, each result leaves its files as stated,
+// and a machine that refuses writes gives 145.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "lzhuf/lzhuf.h"
+#include "testing/fault.h"
+#include "testing/temp_dir_fixture.h"
 
 namespace tk {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-class LzhufFiles : public ::testing::Test {
+int OpenDescriptors() {
+  int count = 0;
+  for (auto it = std::filesystem::directory_iterator("/proc/self/fd"); it != decltype(it)(); ++it)
+    ++count;
+  return count;
+}
+
+class LzhufFiles : public test::TempDirTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/lzhuf_test_XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(pattern));
-    dir_ = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-  bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
-
   void Write(const std::string& name, const Bytes& bytes) const {
-    std::ofstream(Path(name), std::ios::binary) << std::string(bytes.begin(), bytes.end());
+    WriteFile(name, std::string(bytes.begin(), bytes.end()));
   }
   Bytes Read(const std::string& name) const {
-    std::ifstream in(Path(name), std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    const std::string bytes = ReadFile(name);
+    return Bytes(bytes.begin(), bytes.end());
   }
-
   int EncodeFile(const std::string& from, const std::string& to) {
     return LzhufEncodeFile(*codec_, Path(from).c_str(), Path(to).c_str());
   }
@@ -42,7 +40,6 @@ class LzhufFiles : public ::testing::Test {
     return LzhufDecodeFile(*codec_, Path(from).c_str(), Path(to).c_str(), limit);
   }
 
-  std::string dir_;
   std::unique_ptr<LzhufCodec> codec_ = std::make_unique<LzhufCodec>();
 };
 
@@ -65,30 +62,58 @@ TEST_F(LzhufFiles, FilesCodeLikeBuffers) {
 }
 
 // 117 for an empty source (the bare header) and a header stating 0 bytes (an empty
-// destination); 1 for a file that cannot be opened (nothing created); 143 for a
-// source shorter than the header (an empty destination; both streams are
-// deliberately left open); 145 when the destination refuses even the header.
+// destination); 143 for a source shorter than the header (an empty destination, and
+// both files stay open); 1 for a file that cannot be opened (nothing created); 145 when
+// the destination refuses even the header. Every other result closes both files.
 TEST_F(LzhufFiles, EachResultLeavesItsFiles) {
   Write("empty", {});
-  EXPECT_EQ(kLzhufEmpty, EncodeFile("empty", "packed"));
-  EXPECT_EQ((Bytes{0, 0, 0, 0}), Read("packed"));
-  const std::pair<Bytes, int> kDecodes[] = {
-      {{0, 0, 0, 0}, kLzhufEmpty}, {{}, kLzhufNoHeader}, {{7, 0, 0}, kLzhufNoHeader}};
-  for (const auto& [source, result] : kDecodes) {
-    Write("in", source);
+  Write("zero", {0, 0, 0, 0});
+  Write("short", {7, 0, 0});
+  Write("seven", {7, 0, 0, 0, 0});
+  // encode or decode, source, destination, result, the bytes of "out" after it, descriptors left
+  // open
+  const std::tuple<bool, std::string, std::string, int, Bytes, int> cases[] = {
+      {true, "empty", "out", kLzhufEmpty, {0, 0, 0, 0}, 0},
+      {false, "zero", "out", kLzhufEmpty, {}, 0},
+      {false, "empty", "out", kLzhufNoHeader, {}, 2},
+      {false, "short", "out", kLzhufNoHeader, {}, 2},
+      {true, "missing", "new", kLzhufOpenFailed, {1, 2, 3}, 0},
+      {false, "missing", "new", kLzhufOpenFailed, {1, 2, 3}, 0},
+      {true, "empty", "no/such/dir/new", kLzhufOpenFailed, {1, 2, 3}, 0},
+      {false, "zero", "no/such/dir/new", kLzhufOpenFailed, {1, 2, 3}, 0},
+      {true, "empty", "/dev/full", kLzhufWriteFailed, {1, 2, 3}, 0},
+      {false, "seven", "/dev/full", kLzhufWriteFailed, {1, 2, 3}, 0}};
+  for (const auto& [encode, source, destination, result, out, leftOpen] : cases) {
+    SCOPED_TRACE(source + " -> " + destination);
     Write("out", {1, 2, 3});
-    EXPECT_EQ(result, DecodeFile("in", "out"));
-    EXPECT_EQ(Bytes{}, Read("out"));
+    const int before = OpenDescriptors();
+    EXPECT_EQ(result, encode ? EncodeFile(source, destination) : DecodeFile(source, destination));
+    EXPECT_EQ(leftOpen, OpenDescriptors() - before);
+    EXPECT_EQ(out, Read("out"));
   }
-  EXPECT_EQ(kLzhufOpenFailed, EncodeFile("missing", "new"));
-  EXPECT_EQ(kLzhufOpenFailed, DecodeFile("missing", "new"));
-  EXPECT_EQ(kLzhufOpenFailed, EncodeFile("empty", "no/such/dir/new"));
-  EXPECT_EQ(kLzhufOpenFailed, DecodeFile("packed", "no/such/dir/new"));
   EXPECT_FALSE(Exists("new") || Exists("no"));
-  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
-  Write("in", {7, 0, 0, 0, 0});
-  EXPECT_EQ(kLzhufWriteFailed, LzhufEncodeFile(*codec_, Path("empty").c_str(), "/dev/full"));
-  EXPECT_EQ(kLzhufWriteFailed, LzhufDecodeFile(*codec_, Path("in").c_str(), "/dev/full", 0));
+}
+
+// With files limited in size, both directions stop with 145 and leave exactly the bytes
+// that fitted in the destination, for the caller to delete.
+TEST_F(LzhufFiles, FileSizeLimitGives145AndLeavesWhatFitted) {
+  Bytes input(100000), packed;  // random bytes: nothing compresses away
+  uint32_t seed = 5;
+  for (auto& byte : input)
+    byte = static_cast<uint8_t>((seed = seed * 1664525u + 1013904223u) >> 24);
+  ASSERT_EQ(kLzhufOk, LzhufEncodeBuffer(*codec_, input, packed));
+  Write("plain", input);
+  Write("packed", packed);
+  for (const rlim_t limit : {rlim_t{0}, rlim_t{3}, rlim_t{4096}}) {
+    const auto report = test::RunInChild([&] {
+      if (!test::LimitFileSize(limit)) return std::string("no limit");
+      return std::to_string(EncodeFile("plain", "encoded")) + " " +
+             std::to_string(DecodeFile("packed", "decoded"));
+    });
+    EXPECT_EQ(report, "145 145") << limit;
+    EXPECT_EQ(std::filesystem::file_size(Path("encoded")), limit);
+    EXPECT_EQ(std::filesystem::file_size(Path("decoded")), limit);
+  }
 }
 
 }  // namespace

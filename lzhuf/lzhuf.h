@@ -130,7 +130,6 @@ class LzhufMemorySource : public LzhufSource {
  public:
   explicit LzhufMemorySource(std::span<const uint8_t> data) : data_(data) {}
   size_t Read(uint8_t* buffer, size_t capacity) override;
-  size_t consumed() const { return offset_; }
 
  private:
   std::span<const uint8_t> data_;
@@ -217,10 +216,10 @@ int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* desti
 //   kLzhufOpenFailed   a file could not be opened; as for LzhufEncodeFile;
 //   kLzhufEmpty        the header states 0 bytes; the destination is empty, closed;
 //   kLzhufNoHeader     the source holds fewer than 4 bytes. Both files are left
-//                      OPEN on purpose (long-standing behaviour that callers
-//                      tolerate: two descriptors stay in use; the streams remain
-//                      on the C library's list, so leak checkers stay quiet);
-//                      the destination exists and is empty;
+//                      open: two descriptors stay in use, and the streams stay on
+//                      the C library's list, so leak checkers stay quiet; the
+//                      destination exists and is empty (pinned by
+//                      LzhufFiles.EachResultLeavesItsFiles);
 //   kLzhufWriteFailed  a write or the final flush failed; both files closed.
 int LzhufDecodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath,
                     uint64_t limit);

@@ -13,7 +13,6 @@
 
 namespace tk::lzhuf_detail {
 
-constexpr unsigned kRingMask = kN - 1;
 constexpr int kFirstRoot = kN + 1;  // children[N + 1 + b][1]: the root of the tree of byte b
 
 // A candidate match packed as ((length - 1) << 12) | (4095 - distance), distance

@@ -1,3 +1,6 @@
+// FatalSignalHandler pairs Lock and Unlock of gSignalMutex by hand: it ends the thread
+// with pthread_exit, whose unwinding passes through its frame, so that frame keeps no
+// object with a destructor (see the note at the handler).
 #include "runtime/signals.h"
 
 #include <pthread.h>
@@ -50,9 +53,8 @@ pthread_once_t gUnwinderOnce = PTHREAD_ONCE_INIT;
 
 void InstallSignalHandlers() {
   pthread_once(&gUnwinderOnce, LoadUnwinder);
-  gSignalMutex.Lock();
+  TkLockGuard hold(gSignalMutex);
   for (int signalNumber : kFatalSignals) ArmHandler(signalNumber);
-  gSignalMutex.Unlock();
 }
 
 // pthread_exit unwinds through this frame, the kernel's signal frame and the code that

@@ -1,3 +1,6 @@
+// Locks are held by TkLockGuard except where the lock outlives the call: Wait returns
+// with the event's lock held and EndWait releases it (the bracket of TkEvent), and the
+// event's destructor takes the lock for good, as the mutex is destroyed right after.
 #include "runtime/sync.h"
 
 #include <cerrno>
@@ -25,9 +28,9 @@ TkMutex::~TkMutex() {
   pthread_mutex_destroy(&mutex_);
 }
 
-int TkMutex::Lock() { return pthread_mutex_lock(&mutex_); }
+int TkMutex::Lock() noexcept { return pthread_mutex_lock(&mutex_); }
 
-int TkMutex::Unlock() { return pthread_mutex_unlock(&mutex_); }
+int TkMutex::Unlock() noexcept { return pthread_mutex_unlock(&mutex_); }
 
 TkMutex tk::gSignalMutex;
 TkMutex tk::gTempNameMutex;
@@ -52,24 +55,20 @@ TkEvent::~TkEvent() {
 }
 
 void TkEvent::Set(uint32_t value) {
-  lock_.Lock();
+  TkLockGuard hold(lock_);
   value_ = value;
   signalled_ = true;
   pthread_cond_broadcast(&condition_);
-  lock_.Unlock();
 }
 
 void TkEvent::Reset() {
-  lock_.Lock();
+  TkLockGuard hold(lock_);
   signalled_ = false;
-  lock_.Unlock();
 }
 
 bool TkEvent::IsSet() {
-  lock_.Lock();
-  bool signalled = signalled_;
-  lock_.Unlock();
-  return signalled;
+  TkLockGuard hold(lock_);
+  return signalled_;
 }
 
 timespec tk::EventDeadline(const timeval& now, int32_t timeoutMs) {

@@ -25,8 +25,8 @@ class TkMutex {
   TkMutex& operator=(const TkMutex&) = delete;
 
   // pthread_mutex_lock / pthread_mutex_unlock; their results, which callers ignore.
-  int Lock();
-  int Unlock();
+  int Lock() noexcept;
+  int Unlock() noexcept;
 
   // The underlying POSIX mutex, for waiting on a condition variable with it.
   pthread_mutex_t* Native() { return &mutex_; }
@@ -35,10 +35,12 @@ class TkMutex {
   pthread_mutex_t mutex_;
 };
 
-// Locks a TkMutex for the life of the guard.
+// Locks a TkMutex for the life of the guard. Lock and Unlock are noexcept, so a guard
+// gives its frame no exception table: a task thread ended by a signal inside such a
+// frame is unwound as through hand-paired Lock and Unlock (see runtime/task.h).
 class TkLockGuard {
  public:
-  explicit TkLockGuard(TkMutex& mutex) : mutex_(mutex) { mutex_.Lock(); }
+  explicit TkLockGuard(TkMutex& mutex) noexcept : mutex_(mutex) { mutex_.Lock(); }
   ~TkLockGuard() { mutex_.Unlock(); }
   TkLockGuard(const TkLockGuard&) = delete;
   TkLockGuard& operator=(const TkLockGuard&) = delete;

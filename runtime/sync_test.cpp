@@ -5,15 +5,16 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace tk {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
 // Long enough for a started thread to be inside its wait on any loaded machine.
-constexpr auto kSettle = std::chrono::milliseconds(300);
+constexpr auto kSettle = 300ms;
 
 TEST(TkMutex, DestroyingAMutexHeldByThisThreadSucceeds) {
   TkMutex mutex;
@@ -21,69 +22,56 @@ TEST(TkMutex, DestroyingAMutexHeldByThisThreadSucceeds) {
 }
 
 // Waiters block on (or poll) one event, which the main thread sets before they start,
-// after they settle or never. All are woken by the one broadcast; each tests the state
-// after the others left their brackets, so an auto-reset event lets only one through.
+// after they settle or never (set and reset at once). All are woken by the one
+// broadcast; each tests the state after the others left their brackets, so an
+// auto-reset event lets only one through. Each event is made as a copy of a signalled
+// one, which passes on its auto-reset flag and nothing else.
 TEST(TkEvent, WaitsAcrossThreads) {
   enum { kNever, kBefore, kAfter };
-  struct Case {
-    bool autoReset;
-    int32_t timeoutMs;
-    int set, waiters, signalled;
-  } cases[] = {{false, 0, kNever, 1, 0},    {false, 0, kBefore, 2, 2},
-               {true, 0, kBefore, 2, 1},    {false, -1, kAfter, 2, 2},
-               {false, 1500, kNever, 1, 0}, {false, 20000, kAfter, 1, 1},
-               {true, 20000, kAfter, 2, 1}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.autoReset << " " << c.timeoutMs << " " << c.set);
-    TkEvent event(c.autoReset);
-    if (c.set == kBefore) event.Set(42);
-    std::atomic<int> signalled{0}, notSignalled{0};
-    std::vector<std::thread> waiters;
-    auto start = Clock::now();
-    for (int i = 0; i < c.waiters; ++i) {
-      waiters.emplace_back([&] {
-        int result = event.Wait(c.timeoutMs);
-        signalled += result == TkEvent::kSignalled && event.Value() == 42;
-        notSignalled += result == TkEvent::kNotSignalled;
+  // auto-reset, time-out, when it is set, waiters, how many of them see it signalled
+  const std::tuple<bool, int32_t, int, int, int> cases[] = {
+      {false, 0, kNever, 1, 0},   {false, 0, kBefore, 2, 2},   {true, 0, kBefore, 2, 1},
+      {false, -1, kAfter, 2, 2},  {false, 1500, kNever, 1, 0}, {false, 20000, kAfter, 1, 1},
+      {true, 20000, kAfter, 2, 1}};
+  for (const auto& [autoReset, timeoutMs, set, waiters, signalled] : cases) {
+    SCOPED_TRACE(::testing::Message() << autoReset << " " << timeoutMs << " " << set);
+    TkEvent original(autoReset);
+    original.Set(7);
+    TkEvent event(original);
+    if (set == kBefore) event.Set(42);
+    if (set == kNever) event.Set(42), event.Reset();
+    std::atomic<int> seen{0}, notSeen{0};
+    std::vector<std::thread> threads;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < waiters; ++i) {
+      threads.emplace_back([&event, &seen, &notSeen, timeout = timeoutMs] {
+        const int result = event.Wait(timeout);
+        seen += result == TkEvent::kSignalled && event.Value() == 42;
+        notSeen += result == TkEvent::kNotSignalled;
         event.EndWait();
       });
     }
-    if (c.set == kAfter) std::this_thread::sleep_for(kSettle), event.Set(42);
-    for (auto& waiter : waiters) waiter.join();
-    auto elapsed = Clock::now() - start;
-    EXPECT_EQ(c.signalled, signalled);
-    EXPECT_EQ(c.waiters - c.signalled, notSignalled);
-    EXPECT_GE(elapsed, std::chrono::milliseconds(c.set == kNever ? c.timeoutMs - 100 : 0));
-    EXPECT_LT(elapsed, std::chrono::milliseconds(c.timeoutMs == 0 ? 1000 : 10000));
+    if (set == kAfter) std::this_thread::sleep_for(kSettle), event.Set(42);
+    for (auto& thread : threads) thread.join();
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(signalled, seen);
+    EXPECT_EQ(waiters - signalled, notSeen);
+    EXPECT_EQ(set != kNever && !autoReset, event.IsSet());  // the waiter consumed an auto-reset
+    EXPECT_GE(elapsed, std::chrono::milliseconds(set == kNever ? timeoutMs - 100 : 0));
+    EXPECT_LT(elapsed, timeoutMs == 0 ? 1000ms : 10000ms);
   }
 }
 
-TEST(TkEvent, ResetClearsAndACopyTakesOnlyTheAutoResetFlag) {
-  TkEvent original(true);
-  original.Set(5);
-  TkEvent copy(original);
-  EXPECT_FALSE(copy.IsSet());
-  copy.Set();
-  EXPECT_EQ(0, copy.Wait(0));
-  copy.EndWait();
-  EXPECT_FALSE(copy.IsSet());  // consumed
-  original.Reset();
-  EXPECT_FALSE(original.IsSet());
-}
-
 TEST(EventDeadline, CarriesOnlyMoreThanOneSecondOfNanoseconds) {
-  struct Case {
-    long sec, usec;
-    int32_t timeoutMs;
-    long wantSec, wantNsec;
-  } cases[] = {{100, 0, 1, 100, 1000000},
-               {100, 500000, 2500, 102, 1000000000},  // one second stays
-               {100, 1001, 999, 101, 1000},
-               {7, 250000, 60000, 67, 250000000}};
-  for (const Case& c : cases) {
-    timespec deadline = EventDeadline(timeval{c.sec, c.usec}, c.timeoutMs);
-    EXPECT_EQ(c.wantSec, deadline.tv_sec) << c.usec << " + " << c.timeoutMs;
-    EXPECT_EQ(c.wantNsec, deadline.tv_nsec) << c.usec << " + " << c.timeoutMs;
+  // now (seconds, microseconds), time-out, deadline (seconds, nanoseconds)
+  const std::tuple<long, long, int32_t, long, long> cases[] = {
+      {100, 0, 1, 100, 1000000},
+      {100, 500000, 2500, 102, 1000000000},  // exactly one second stays
+      {7, 1001, 60999, 68, 1000}};
+  for (const auto& [sec, usec, timeoutMs, wantSec, wantNsec] : cases) {
+    const timespec deadline = EventDeadline(timeval{sec, usec}, timeoutMs);
+    EXPECT_EQ(wantSec, deadline.tv_sec) << usec << " + " << timeoutMs;
+    EXPECT_EQ(wantNsec, deadline.tv_nsec) << usec << " + " << timeoutMs;
   }
 }
 
@@ -104,14 +92,12 @@ TEST(TkSemaphore, CountsUnitsAndBlocksAtZero) {
 }
 
 TEST(TkSemaphore, SetCountReplacesAPositiveCountOnly) {
-  struct Case {
-    unsigned initial;
-    int n, want;
-  } cases[] = {{5, 3, 3}, {5, 0, 5}, {5, -2, 5}, {0, 4, 4}, {2, 7, 7}};
-  for (const Case& c : cases) {
-    TkSemaphore semaphore(c.initial);
-    semaphore.SetCount(c.n);
-    EXPECT_EQ(c.want, semaphore.GetValue()) << c.initial << " set to " << c.n;
+  const std::tuple<unsigned, int, int> cases[] = {
+      {5, 3, 3}, {5, 0, 5}, {5, -2, 5}, {0, 4, 4}, {2, 7, 7}};
+  for (const auto& [initial, n, want] : cases) {
+    TkSemaphore semaphore(initial);
+    semaphore.SetCount(n);
+    EXPECT_EQ(want, semaphore.GetValue()) << initial << " set to " << n;
   }
 }
 

@@ -1,3 +1,8 @@
+// Locks are held by TkLockGuard, whose noexcept Lock and Unlock give a frame no exception
+// table (runtime/sync.h): a signal may still end a task thread at any instruction of
+// Prepare or of the accessors a Run calls. Stop pairs Lock and Unlock by hand: it
+// signals another thread with the lock held, but releases the lock before signalling
+// its own thread, whose clean-up takes the lock before pthread_kill returns.
 #include "runtime/task.h"
 
 #include <cxxabi.h>
@@ -54,44 +59,41 @@ class TaskCleanupGuard {
 // ---- TkTask ----
 
 TkTask::~TkTask() {
-  lock_.Lock();
-  autoDelete_ = false;  // the Finish of a stopped thread must not delete us again
-  lock_.Unlock();
+  {
+    TkLockGuard hold(lock_);
+    autoDelete_ = false;  // the Finish of a stopped thread must not delete us again
+  }
   Stop();
 }
 
 void TkTask::OnException(const char*) {}
 
 bool TkTask::Prepare() {
-  lock_.Lock();
+  TkLockGuard hold(lock_);
   threadId_ = pthread_self();
-  lock_.Unlock();
   return true;
 }
 
 void TkTask::Finish() {
-  lock_.Lock();
-  threadId_ = 0;
-  running_ = false;
-  if (autoDelete_) {
-    lock_.Unlock();
-    delete this;
-    return;
+  bool autoDelete;
+  {
+    TkLockGuard hold(lock_);
+    threadId_ = 0;
+    running_ = false;
+    autoDelete = autoDelete_;
   }
-  lock_.Unlock();
+  if (autoDelete) delete this;
 }
 
 bool TkTask::Start(bool inCallerThread, bool autoDelete) {
-  lock_.Lock();
-  autoDelete_ = autoDelete;
-  if (running_) {
-    lock_.Unlock();
-    return !inCallerThread;
+  {
+    TkLockGuard hold(lock_);
+    autoDelete_ = autoDelete;
+    if (running_) return !inCallerThread;
+    inline_ = inCallerThread;
+    result_ = 1;
+    stopRequested_ = false;  // a Stop that came too late for the last run
   }
-  inline_ = inCallerThread;
-  result_ = 1;
-  stopRequested_ = false;  // a Stop that came too late for the last run
-  lock_.Unlock();
   return inCallerThread ? RunInline() : StartThread();
 }
 
@@ -106,9 +108,7 @@ bool TkTask::RunInline() {
 // Failure is recognised by -1 only, although pthread_create reports errors by a
 // positive number: a failed creation then leaves the task marked running.
 bool TkTask::StartThread() {
-  lock_.Lock();
-  running_ = true;
-  lock_.Unlock();
+  SetRunning(true);
   pthread_attr_t attributes;
   pthread_t thread;
   bool failed = pthread_attr_init(&attributes) == -1;
@@ -117,13 +117,8 @@ bool TkTask::StartThread() {
     failed = pthread_create(&thread, &attributes, &TkTask::ThreadMain, this) == -1;
     pthread_attr_destroy(&attributes);
   }
-  if (failed) {
-    lock_.Lock();
-    running_ = false;
-    lock_.Unlock();
-    return false;
-  }
-  return true;
+  if (failed) SetRunning(false);
+  return !failed;
 }
 
 void* TkTask::ThreadMain(void* argument) {
@@ -184,16 +179,22 @@ namespace {
 }
 
 void TkTask::StoreResult(int result) {
-  lock_.Lock();
+  TkLockGuard hold(lock_);
   result_ = result;
-  lock_.Unlock();
+}
+
+void TkTask::SetRunning(bool running) {
+  TkLockGuard hold(lock_);
+  running_ = running;
 }
 
 void TkTask::EndAfterSignal() {
-  lock_.Lock();
-  bool stopped = stopRequested_;
-  stopRequested_ = false;
-  lock_.Unlock();
+  bool stopped;
+  {
+    TkLockGuard hold(lock_);
+    stopped = stopRequested_;
+    stopRequested_ = false;
+  }
   if (!stopped) OnException(kSignalEndReport);
   Finish();
 }
@@ -222,31 +223,18 @@ void TkTask::Stop() {
 }
 
 bool TkTask::IsRunning() {
-  lock_.Lock();
-  bool running = running_;
-  lock_.Unlock();
-  return running;
+  TkLockGuard hold(lock_);
+  return running_;
 }
 
 int TkTask::Result() {
-  lock_.Lock();
-  int result = result_;
-  lock_.Unlock();
-  return result;
-}
-
-bool TkTask::IsInline() {
-  lock_.Lock();
-  bool isInline = inline_;
-  lock_.Unlock();
-  return isInline;
+  TkLockGuard hold(lock_);
+  return result_;
 }
 
 pthread_t TkTask::ThreadId() {
-  lock_.Lock();
-  pthread_t thread = threadId_;
-  lock_.Unlock();
-  return thread;
+  TkLockGuard hold(lock_);
+  return threadId_;
 }
 
 // ---- TkMsg ----
@@ -268,9 +256,14 @@ bool TkMsg::IsTimedOut() {
   return (clock() - start_) / kClockTicksPerSecond > timeout_;
 }
 
-// The product is cut to 32 bits before the division, as the callers have always seen it.
 int32_t TkMsg::ElapsedMilliseconds() const {
   if (!stopped_ || !timingEnabled_) return 0;
-  auto scaled = static_cast<int32_t>(elapsed_ * kMillisPerSecond);
+  return ClockTicksToMilliseconds(elapsed_);
+}
+
+// Ticks * 1000 is cut to a signed 32-bit number before the division, so 3 s of
+// processor time give -1294 ms; pinned by TkMsg.ClockTicksToMillisecondsCutsTheProductTo32Bits.
+int32_t tk::ClockTicksToMilliseconds(clock_t ticks) {
+  auto scaled = static_cast<int32_t>(ticks * kMillisPerSecond);
   return static_cast<int32_t>(scaled / kClockTicksPerSecond);
 }

@@ -39,6 +39,10 @@ inline constexpr const char* kSignalEndReport = "Uncatched exception (signal occ
 // The report of an exception from Run that is not a std::exception.
 inline constexpr const char* kUnknownExceptionReport = "Unknown";
 
+// Milliseconds of `ticks` of processor time (clock() counts 1000000 a second) as
+// TkMsg::ElapsedMilliseconds gives them: from about 2.1 s on the result wraps around.
+int32_t ClockTicksToMilliseconds(clock_t ticks);
+
 }  // namespace tk
 
 class TkTask : public TkObject {
@@ -76,8 +80,6 @@ class TkTask : public TkObject {
   bool IsRunning();
   // The value returned by the last Run; 1 while no result is known.
   int Result();
-  // True when the last Start ran the task in the caller's thread.
-  bool IsInline();
   // The thread running the task, recorded by Prepare; 0 when none.
   pthread_t ThreadId();
 
@@ -90,6 +92,7 @@ class TkTask : public TkObject {
   // to OnException. True with `*result` set if Run returned.
   bool CallHooks(bool threaded, int* result);
   void StoreResult(int result);
+  void SetRunning(bool running);
   // The clean-up of a thread ended by a signal while inside Prepare or Run.
   void EndAfterSignal();
 
@@ -118,13 +121,11 @@ class TkMsg : public TkObject {
   // True when more whole seconds of processor time than the time-out have passed since
   // the start; never once stopped or with timing disabled.
   virtual bool IsTimedOut();
-  // The measured time in milliseconds once stopped (with timing enabled), else 0.
+  // The measured time in milliseconds (see ClockTicksToMilliseconds) once stopped with
+  // timing enabled, else 0.
   int32_t ElapsedMilliseconds() const;
 
   void SetTimingEnabled(bool enabled) { timingEnabled_ = enabled; }
-  int32_t TimeoutSeconds() const { return timeout_; }
-  // The creator's word, not interpreted here.
-  uint32_t Code() const { return code_; }
 
  private:
   clock_t start_ = 0;
@@ -132,7 +133,7 @@ class TkMsg : public TkObject {
   bool stopped_ = false;
   bool timingEnabled_ = true;
   int32_t timeout_;
-  uint32_t code_;
+  [[maybe_unused]] uint32_t code_;  // the creator's word, kept and not interpreted here
 };
 
 #endif  // TAVIK_RUNTIME_TASK_H_

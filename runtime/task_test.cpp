@@ -2,17 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <typeinfo>
 
 #include "runtime/signals.h"
@@ -25,45 +23,34 @@ using namespace std::chrono_literals;
 
 constexpr const char* kSegvLine = "**************** Signal occured 11\n";
 
-// The target of a faulting store: a page nobody may touch (set up by the test that
-// uses it; not a null pointer, which the undefined-behaviour sanitizer would catch).
-int* volatile gNowhere = nullptr;
-
-// Where a Stop is expected to land: frames of their own that own nothing with a
-// destructor and have no exception table (see task.h), left out of ThreadSanitizer's
-// instrumentation, which would give them one. They are called through pointers the
-// compiler cannot see through, so that it does not take the calls for nothrow and
-// leave them out of the table of Run's frame. A test signals a spinning task only once
+// Where a Stop is expected to land: a frame of its own that owns nothing with a
+// destructor and has no exception table (see task.h), left out of ThreadSanitizer's
+// instrumentation, which would give it one. It is called through a pointer the
+// compiler cannot see through, so that it does not take the call for nothrow and
+// leave it out of the table of Run's frame. A test signals a spinning task only once
 // it has seen the count move: Run's own frame has a table, and the unwind from an
 // instruction of it that is not a call would end in std::terminate.
 std::atomic<long> gSpins{0};
 [[gnu::noinline, gnu::no_sanitize("thread")]] void SpinForever() {
   for (;;) gSpins.fetch_add(1, std::memory_order_relaxed);
 }
-[[gnu::noinline, gnu::no_sanitize("thread")]] void StoreToNowhere() { *gNowhere = 1; }
 void (*volatile gSpinForever)() = &SpinForever;
-void (*volatile gStoreToNowhere)() = &StoreToNowhere;
 
 template <typename Done>
 bool WaitUntil(Done done) {
-  auto deadline = Clock::now() + 10s;
+  const auto deadline = Clock::now() + 10s;
   while (!done() && Clock::now() < deadline) std::this_thread::sleep_for(5ms);
   return done();
 }
 
-bool Spinning() {
-  const long before = gSpins;
-  return WaitUntil([&] { return gSpins != before; });
-}
-
-enum Work { kReturn, kThrowStandard, kThrowOther, kEndless, kFault };
+enum Work { kReturn, kThrowStandard, kThrowOther, kEndless, kRaiseSigchld };
 
 // A task that does one kind of work and records every hook it sees. A task made with
 // new lives in one static slot: the auto-delete of a stopped task runs inside the signal
 // handler of its thread, where allocator calls are not safe.
 class ProbeTask : public TkTask {
  public:
-  explicit ProbeTask(Work work) : work_(work) {}
+  explicit ProbeTask(Work work) : work_(work) { report[0] = '\0'; }
   ~ProbeTask() override { Stop(); }
   static void* operator new(size_t size) {
     if (size > sizeof(slot) || !slotFree.exchange(false)) throw std::bad_alloc();
@@ -76,27 +63,14 @@ class ProbeTask : public TkTask {
     sigset_t mask;
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
     interruptsBlocked = sigismember(&mask, SIGINT) && sigismember(&mask, SIGTERM);
-    switch (work_) {
-      case kReturn:
-        return 7;
-      case kThrowStandard:
-        throw std::runtime_error("disk full");
-      case kThrowOther:
-        throw 5;
-      case kEndless:
-        gSpinForever();
-        return 0;
-      case kFault:
-        gStoreToNowhere();
-        return 0;
-    }
-    return 0;
+    if (work_ == kThrowStandard) throw std::runtime_error("disk full");
+    if (work_ == kThrowOther) throw 5;
+    if (work_ == kEndless) gSpinForever();
+    if (work_ == kRaiseSigchld) raise(SIGCHLD);  // caught and ignored
+    return 7;
   }
   // Also called in the clean-up of a signalled thread, where nothing may allocate.
-  void OnException(const char* text) override {
-    reportCount++;
-    std::strncpy(report, text, sizeof(report) - 1);
-  }
+  void OnException(const char* text) override { std::strncpy(report, text, sizeof(report) - 1); }
   bool Prepare() override { return prepareResult && TkTask::Prepare(); }
   void Finish() override {
     finishes++;
@@ -105,8 +79,8 @@ class ProbeTask : public TkTask {
 
   alignas(std::max_align_t) static inline unsigned char slot[2048];
   static inline std::atomic<bool> slotFree{true};
-  std::atomic<int> runs{0}, finishes{0}, reportCount{0};
-  char report[64] = {};
+  std::atomic<int> runs{0}, finishes{0};
+  static inline char report[64];               // the last report of any probe
   std::atomic<bool> interruptsBlocked{false};  // in the thread that ran Run
   bool prepareResult = true;
   Work work_;
@@ -116,7 +90,6 @@ class ProbeTask : public TkTask {
 // that a crash elsewhere in this binary is not taken for the end of a task thread.
 struct TaskTest : ::testing::Test {
   void SetUp() override {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (size_t i = 0; i < std::size(saved_); ++i) sigaction(kFatalSignals[i], nullptr, &saved_[i]);
     InstallSignalHandlers();
   }
@@ -149,108 +122,82 @@ TEST(RuntimeTypes, ClassesKeepTheirNamesAndVirtualSlots) {
   EXPECT_THAT(slots, ::testing::ElementsAre(2, 3, 4, 5, 6, 2, 3, 4));
 }
 
+// A task thread also leaves the interrupts to the main thread, and a SIGCHLD raised by
+// Run is ignored. A Stop of a finished task sends nothing and does not pause.
 TEST_F(TaskTest, RunsThroughItsHooksInlineOrOnAThreadOfItsOwn) {
-  struct Case {
-    Work work;
-    bool inCaller, prepare;
-    int result;
-    const char* report;
-  } cases[] = {{kReturn, true, true, 7, ""},
-               {kReturn, false, true, 7, ""},
-               {kThrowStandard, true, true, 1, "disk full"},
-               {kThrowStandard, false, true, 1, "disk full"},
-               {kThrowOther, true, true, 1, "Unknown"},
-               {kThrowOther, false, true, 1, "Unknown"},
-               {kReturn, true, false, 1, ""},
-               {kReturn, false, false, 1, ""}};  // Run skipped
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << int(c.work) << c.inCaller << c.prepare);
-    ProbeTask task(c.work);
-    task.prepareResult = c.prepare;
-    EXPECT_EQ(c.prepare || !c.inCaller, task.Start(c.inCaller, false));
+  // work, in the caller's thread, what Prepare returns, result, report
+  const std::tuple<Work, bool, bool, int, std::string> cases[] = {
+      {kReturn, true, true, 7, ""},
+      {kReturn, false, true, 7, ""},
+      {kThrowStandard, true, true, 1, "disk full"},
+      {kThrowOther, false, true, 1, "Unknown"},
+      {kReturn, true, false, 1, ""},
+      {kReturn, false, false, 1, ""},  // Run skipped
+      {kRaiseSigchld, false, true, 7, ""}};
+  for (const auto& [work, inCaller, prepare, result, report] : cases) {
+    SCOPED_TRACE(::testing::Message() << work << inCaller << prepare);
+    ProbeTask task(work);
+    task.prepareResult = prepare;
+    EXPECT_EQ(prepare || !inCaller, task.Start(inCaller, false));
     ASSERT_TRUE(WaitUntil([&] { return task.finishes == 1 && !task.IsRunning(); }));
-    EXPECT_EQ(c.result, task.Result());
-    EXPECT_EQ(c.prepare ? 1 : 0, task.runs);
-    EXPECT_STREQ(c.report, task.report);
-    auto start = Clock::now();
-    task.Stop();  // of a finished task: no signal, no pause
+    EXPECT_EQ(result, task.Result());
+    EXPECT_EQ(prepare ? 1 : 0, task.runs);
+    EXPECT_EQ(report, task.report);
+    EXPECT_EQ(prepare && !inCaller, task.interruptsBlocked);
+    const auto start = Clock::now();
+    task.Stop();
     EXPECT_LT(Clock::now() - start, 150ms);
-    // A task thread leaves the interrupts to the main thread.
-    EXPECT_EQ(c.prepare && !c.inCaller, task.interruptsBlocked);
   }
 }
 
-TEST_F(TaskTest, StopEndsAnEndlessRunQuietlyAndTheTaskCanRunAgain) {
-  auto* task = new ProbeTask(kEndless);
-  ASSERT_TRUE(task->Start(false, false));
-  ASSERT_TRUE(Spinning());
-  // Start during a threaded run starts nothing.
-  EXPECT_FALSE(task->Start(true, false));
-  EXPECT_TRUE(task->Start(false, false));
-  ::testing::internal::CaptureStdout();
-  auto start = Clock::now();
-  task->Stop();
-  ASSERT_TRUE(WaitUntil([&] { return !task->IsRunning(); }));
-  auto elapsed = Clock::now() - start;
-  EXPECT_EQ(kSegvLine, ::testing::internal::GetCapturedStdout());
-  EXPECT_GE(elapsed, 190ms);   // Stop's own pause
-  EXPECT_LT(elapsed, 3000ms);  // the thread went during it, give or take a loaded machine
-  EXPECT_EQ(0, task->reportCount);
-  EXPECT_EQ(1, task->runs);
-  // The process and the task go on: a second run, with auto-delete, is stopped the
-  // same way and the task deleted; so is a task that finishes by itself.
-  ASSERT_TRUE(task->Start(false, true));
-  ASSERT_TRUE(Spinning());
-  ::testing::internal::CaptureStdout();
-  task->Stop();
-  EXPECT_TRUE(WaitUntil([] { return ProbeTask::slotFree.load(); }));
-  EXPECT_EQ(kSegvLine, ::testing::internal::GetCapturedStdout());
+// A signal ends only the task's thread, after the handler's line (none for SIGABRT)
+// and, unless Stop sent it, the task's report; the process goes on and the task can
+// run again. Nothing starts during a threaded run. Stop pauses 200 ms for the thread
+// to go. With auto-delete the ended task is deleted, as one that finishes by itself is.
+TEST_F(TaskTest, ASignalEndsOnlyTheTaskThread) {
+  constexpr int kByStop = 0;
+  // the signal (kByStop: sent by Stop), auto-delete, the handler's line, the report
+  const std::tuple<int, bool, std::string, std::string> cases[] = {
+      {kByStop, false, kSegvLine, ""},
+      {SIGSEGV, false, kSegvLine, kSignalEndReport},
+      {kByStop, true, kSegvLine, ""},
+      {SIGFPE, false, "**************** Signal occured 8\n", kSignalEndReport},
+      {SIGABRT, true, "", kSignalEndReport}};
+  ProbeTask* task = nullptr;
+  for (const auto& [signalNumber, autoDelete, line, report] : cases) {
+    SCOPED_TRACE(signalNumber);
+    if (ProbeTask::slotFree) task = new ProbeTask(kEndless);
+    ProbeTask::report[0] = '\0';
+    ASSERT_TRUE(task->Start(false, autoDelete));
+    ASSERT_TRUE(WaitUntil([before = gSpins.load()] { return gSpins != before; }));  // spinning
+    EXPECT_FALSE(task->Start(true, autoDelete));
+    EXPECT_TRUE(task->Start(false, autoDelete));
+    ::testing::internal::CaptureStdout();
+    const auto start = Clock::now();
+    if (signalNumber == kByStop) {
+      task->Stop();
+      EXPECT_GE(Clock::now() - start, 190ms);
+    } else {
+      pthread_kill(task->ThreadId(), signalNumber);
+    }
+    ASSERT_TRUE(autoDelete ? WaitUntil([] { return ProbeTask::slotFree.load(); })
+                           : WaitUntil([&] { return !task->IsRunning(); }));
+    EXPECT_LT(Clock::now() - start, 3000ms);  // give or take a loaded machine
+    EXPECT_EQ(line, ::testing::internal::GetCapturedStdout());
+    EXPECT_EQ(report, ProbeTask::report);
+    if (!autoDelete) {
+      EXPECT_EQ(1, task->runs.exchange(0));  // the Starts during the run ran nothing
+    }
+  }
   EXPECT_TRUE((new ProbeTask(kReturn))->Start(true, true));
   EXPECT_TRUE(ProbeTask::slotFree);
-}
-
-// Runs `work` on a threaded task in a child process whose standard output is the
-// death test's captured stream, and prints what the task reported.
-void RunToSignalInChild(Work work, int signalNumber) {
-  dup2(STDERR_FILENO, STDOUT_FILENO);
-  gNowhere = static_cast<int*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ProbeTask task(work);
-  task.Start(false, false);
-  if (signalNumber != 0 && Spinning()) pthread_kill(task.ThreadId(), signalNumber);
-  WaitUntil([&] { return !task.IsRunning(); });
-  std::printf("running %d finishes %d\n", task.IsRunning() ? 1 : 0, task.finishes.load());
-  if (task.reportCount > 0) std::printf("report: %s\n", task.report);
-  raise(SIGCHLD);  // caught and ignored
-  std::printf("process goes on\n");
-  std::fflush(stdout);
-  _exit(0);
-}
-
-TEST_F(TaskTest, AStraySignalEndsOnlyTheTaskThreadWithAReport) {
-  // The line of the handler comes before the task's own report; SIGABRT has none.
-  struct Case {
-    Work work;
-    int signalNumber;
-    const char* line;
-  } cases[] = {{kEndless, SIGSEGV, kSegvLine},
-               {kFault, 0, kSegvLine},
-               {kEndless, SIGFPE, "**************** Signal occured 8\n"},
-               {kEndless, SIGABRT, ""}};
-  std::string rest =
-      "running 0 finishes 1\nreport: Uncatched exception (signal occured)\n"
-      "process goes on\n";
-  for (const Case& c : cases) {
-    EXPECT_EXIT(RunToSignalInChild(c.work, c.signalNumber), ::testing::ExitedWithCode(0),
-                ::testing::AllOf(::testing::HasSubstr(c.line + rest),
-                                 ::testing::Not(::testing::HasSubstr("Signal occured 6"))));
-  }
 }
 
 // ---- TkMsg ----
 
 // Uses processor time until `ticks` more of it have passed, or the wall-clock limit.
 void BurnProcessorTime(clock_t ticks) {
-  auto deadline = Clock::now() + 60s;
+  const auto deadline = Clock::now() + 60s;
   for (clock_t start = clock(); clock() - start < ticks && Clock::now() < deadline;) {
   }
 }
@@ -260,7 +207,7 @@ void BurnProcessorTime(clock_t ticks) {
 TEST(TkMsg, TimesOutAfterMoreWholeSecondsOfProcessorTimeUntilStopped) {
   TkMsg message(0), disabled(-1);
   disabled.SetTimingEnabled(false);
-  clock_t start = clock();
+  const clock_t start = clock();
   message.StartTimer();
   std::this_thread::sleep_for(1500ms);
   EXPECT_FALSE(message.IsTimedOut());
@@ -277,6 +224,13 @@ TEST(TkMsg, TimesOutAfterMoreWholeSecondsOfProcessorTimeUntilStopped) {
   EXPECT_FALSE(disabled.IsTimedOut());
   disabled.StopTimer();
   EXPECT_EQ(0, disabled.ElapsedMilliseconds());
+}
+
+TEST(TkMsg, ClockTicksToMillisecondsCutsTheProductTo32Bits) {
+  const std::pair<clock_t, int32_t> cases[] = {{0, 0},           {1999, 1},        {2147483, 2147},
+                                               {2147484, -2147}, {3000000, -1294}, {4294968, 0}};
+  for (const auto& [ticks, milliseconds] : cases)
+    EXPECT_EQ(milliseconds, ClockTicksToMilliseconds(ticks)) << ticks;
 }
 
 }  // namespace
