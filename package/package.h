@@ -13,14 +13,28 @@
 #define TAVIK_PACKAGE_PACKAGE_H_
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "package/decoded_package.h"
+#include "package/install_tree.h"
 #include "package/record_reader.h"
 #include "package/record_writer.h"
 
 namespace tk {
+
+// What a build may do beyond its description. The default options build exactly the
+// bytes of BuildPackage(description, base, package).
+struct BuildOptions {
+  // Lines written right after the version line, each with its LF, before anything of
+  // the description (a HEADER section of the tool's own, say).
+  std::vector<std::string> leadingLines;
+  // Called with the path of the complete plain record stream just before it is
+  // compressed, to check or patch it in place. A non-empty result fails the build with
+  // that text as the error.
+  std::function<std::string(const std::string& streamPath)> beforeCompression;
+};
 
 class TkPackage {
  public:
@@ -37,6 +51,13 @@ class TkPackage {
   // false at the first failure, with what was applied so far left on disk and the
   // temporary file deleted in every case.
   bool InstallPackage(const char* packagePath, const char* destination, int verbose);
+
+  // InstallPackage for a package already decompressed into `stream` (open for reading,
+  // at its start) that goes through `tree`: creates the destination, prints the same
+  // progress lines and applies the records with the same results and error texts.
+  // `packagePath` only names the package in messages.
+  bool InstallStream(FILE* stream, const char* packagePath, const char* destination, int verbose,
+                     InstallTree& tree);
 
   // ---- Text conversion (package/package_text_file.cpp) --------------------------
 
@@ -60,6 +81,10 @@ class TkPackage {
   // the description: nothing is written. True when the package (or check) is complete.
   bool BuildPackage(const char* descriptionPath, const char* baseDirectory,
                     const char* packagePath);
+
+  // BuildPackage with `options` (see BuildOptions); `packagePath` must not be null.
+  bool BuildPackage(const char* descriptionPath, const char* baseDirectory, const char* packagePath,
+                    const BuildOptions& options);
 
   // BuildPackage without a package path. False with an empty error text when
   // `descriptionPath` is null.
@@ -89,6 +114,11 @@ class TkPackage {
 
  private:
   bool Fail(std::string message);
+  bool MakeTarget(const std::string& destination);
+  bool ApplyStream(FILE* stream, const char* packagePath, const std::string& destination,
+                   bool verbose, InstallTree& tree);
+  bool Build(const char* descriptionPath, const char* baseDirectory, const char* packagePath,
+             const BuildOptions& options);
   bool CaptureFile(const std::string& targetName, const std::string& sourcePath,
                    PackageRecordWriter& writer, bool perlEncode);
   bool CaptureDirectory(const std::string& sourcePath, PackageRecordWriter& writer,

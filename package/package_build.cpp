@@ -25,10 +25,24 @@ bool TkPackage::CheckDescription(const char* descriptionPath, const char* baseDi
   return BuildPackage(descriptionPath, baseDirectory, nullptr);
 }
 
-// The temporary stream is closed and deleted on every way out; nothing reaches the
-// package path before compression.
 bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirectory,
                              const char* packagePath) {
+  return Build(descriptionPath, baseDirectory, packagePath, BuildOptions());
+}
+
+bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirectory,
+                             const char* packagePath, const BuildOptions& options) {
+  if (packagePath == nullptr) {
+    error_.clear();
+    return Fail("No package file");
+  }
+  return Build(descriptionPath, baseDirectory, packagePath, options);
+}
+
+// The temporary stream is closed and deleted on every way out; nothing reaches the
+// package path before compression.
+bool TkPackage::Build(const char* descriptionPath, const char* baseDirectory,
+                      const char* packagePath, const BuildOptions& options) {
   error_.clear();
   if (descriptionPath == nullptr) return Fail("No description file");
   std::string base = baseDirectory != nullptr ? baseDirectory : "";
@@ -45,7 +59,11 @@ bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirect
     out.reset(OpenFile(tempPath.c_str(), "w"));
     if (out == nullptr) return Fail("Cannot open temporary package file " + tempPath);
     temp = std::make_unique<TempFileGuard>(tempPath);
-    if (!PackageRecordWriter(out.get()).WriteMagic()) return Fail("Cannot write package file");
+    PackageRecordWriter writer(out.get());
+    if (!writer.WriteMagic()) return Fail("Cannot write package file");
+    for (const std::string& text : options.leadingLines) {
+      if (!writer.WriteLine(text)) return Fail("Cannot write package file");
+    }
   }
 
   DescriptionBuilder builder(*this, error_, base, out.get());
@@ -61,6 +79,10 @@ bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirect
   const bool closed = std::fclose(out.release()) == 0;
   if (!flushed) return Fail("Cannot compress package file");
   if (!closed) return Fail("Cannot write package file");
+  if (options.beforeCompression) {
+    std::string failure = options.beforeCompression(temp->path());
+    if (!failure.empty()) return Fail(std::move(failure));
+  }
   auto codec = std::make_unique<LzhufCodec>();
   if (LzhufEncodeFile(*codec, temp->path().c_str(), packagePath) != kLzhufOk) {
     return Fail("Cannot compress package file");

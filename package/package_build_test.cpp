@@ -110,5 +110,35 @@ TEST_F(BuildTest, CheckDescriptionValidatesWithoutWriting) {
   EXPECT_EQ(package_.ErrorText(), "");
 }
 
+// Leading lines stand right after the version line; the hook sees the whole plain
+// stream before compression, may patch it, and fails the build with its text.
+TEST_F(BuildTest, OptionsAddLeadingLinesAndSeeTheStreamBeforeCompression) {
+  ASSERT_TRUE(WriteFile("base/Bin/a", "A") && WriteFile("desc.txt", "[HEADER]\nV=1\n[Bin]\na\n"));
+  const std::string plain = "[HEADER]\nV=1\n" + DirRecord("Bin") + FileRecord("a", "A");
+  std::string seen;
+  BuildOptions options{{"[HEADER]", "Mark = 0"}, [&](const std::string& streamPath) {
+                         seen = ReadFile(streamPath);
+                         std::FILE* f = std::fopen(streamPath.c_str(), "r+");
+                         std::fseek(f, 37, SEEK_SET);
+                         std::fputc('7', f);
+                         std::fclose(f);
+                         return std::string(seen.size() > 1000 ? "too big" : "");
+                       }};
+  const auto build = [&] {
+    return package_.BuildPackage(Path("desc.txt").c_str(), Path("base").c_str(),
+                                 Path("out.pkg").c_str(), options);
+  };
+  ASSERT_TRUE(build());
+  EXPECT_EQ(seen, kStreamStart + std::string("[HEADER]\nMark = 0\n") + plain);
+  EXPECT_EQ(test::ReadPackageStream(Path("out.pkg")),
+            kStreamStart + std::string("[HEADER]\nMark = 7\n") + plain);
+  ASSERT_TRUE(WriteFile("base/Bin/a", std::string(2000, 'A')));
+  EXPECT_FALSE(build());
+  EXPECT_EQ(package_.ErrorText(), "too big");
+  EXPECT_EQ(CountFilesEndingWith(kTempSuffix), 0);
+  EXPECT_FALSE(package_.BuildPackage(Path("desc.txt").c_str(), nullptr, nullptr, options));
+  EXPECT_EQ(package_.ErrorText(), "No package file");
+}
+
 }  // namespace
 }  // namespace tk

@@ -1,5 +1,6 @@
 // TkPackage::InstallPackage: package file -> decompressed stream in the destination ->
-// record reader -> record applier -> files on disk.
+// record reader -> record applier -> files on disk (through PlainInstallTree).
+// TkPackage::InstallStream: the same from a stream the caller decompressed.
 #include <cstdio>
 #include <string>
 
@@ -21,20 +22,20 @@ void Progress(bool verbose, const char* line) {
   std::fflush(stdout);
 }
 
+void PrintStart(bool verbose, const char* packagePath) {
+  if (verbose) std::printf("\nInstalling package %s", packagePath);
+}
+
 }  // namespace
 
 bool TkPackage::InstallPackage(const char* packagePath, const char* destination, int verbose) {
   error_.clear();
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
-  const std::string target = InstallDirectory(destinationArgument);
-  if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
-    return Fail("cannot create target directory: " + target);
-  }
-  if (verbose != 0) std::printf("\nInstalling package %s", packagePath);
+  if (!MakeTarget(destinationArgument)) return false;
+  PrintStart(verbose != 0, packagePath);
   const std::string tempPath = InstallTempPath(packagePath, destinationArgument);
   Progress(verbose != 0, "\nUncompressing package file");
-
   DecodedPackage decoded(tempPath);
   switch (decoded.Open(packagePath, kDecodeEverything)) {
     case DecodedPackage::Result::kDecodeFailed:
@@ -44,11 +45,36 @@ bool TkPackage::InstallPackage(const char* packagePath, const char* destination,
     case DecodedPackage::Result::kOk:
       break;
   }
-  Progress(verbose != 0, "\nVerifying package");
-  PackageRecordReader reader(decoded.stream());
-  if (!reader.ReadMagic()) return Fail("Bad package file " + std::string(packagePath));
+  PlainInstallTree tree(*this);
+  return ApplyStream(decoded.stream(), packagePath, destinationArgument, verbose != 0, tree);
+}
 
-  RecordApplier applier(*this, error_, destinationArgument, decoded.stream(), verbose != 0);
+bool TkPackage::InstallStream(FILE* stream, const char* packagePath, const char* destination,
+                              int verbose, InstallTree& tree) {
+  error_.clear();
+  if (packagePath == nullptr) return Fail("No package file");
+  const std::string destinationArgument = destination != nullptr ? destination : "";
+  if (!MakeTarget(destinationArgument)) return false;
+  PrintStart(verbose != 0, packagePath);
+  Progress(verbose != 0, "\nUncompressing package file");
+  return ApplyStream(stream, packagePath, destinationArgument, verbose != 0, tree);
+}
+
+// The destination and its missing parents.
+bool TkPackage::MakeTarget(const std::string& destination) {
+  const std::string target = InstallDirectory(destination);
+  if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
+    return Fail("cannot create target directory: " + target);
+  }
+  return true;
+}
+
+bool TkPackage::ApplyStream(FILE* stream, const char* packagePath, const std::string& destination,
+                            bool verbose, InstallTree& tree) {
+  Progress(verbose, "\nVerifying package");
+  PackageRecordReader reader(stream);
+  if (!reader.ReadMagic()) return Fail("Bad package file " + std::string(packagePath));
+  RecordApplier applier(tree, error_, destination, stream, verbose);
   PackageRecord record;
   for (;;) {
     switch (reader.Next(record)) {

@@ -54,6 +54,52 @@ TEST_F(InstallTest, AppliesRecordsInFileOrderIntoANewDestination) {
   EXPECT_EQ(CountFilesEndingWith(kTempSuffix), 0);
 }
 
+// A tree that refuses everything, for the error texts of InstallStream.
+class RefusingTree : public InstallTree {
+ public:
+  bool MakeDirectory(const std::string&, bool) override { return false; }
+  int CreateFile(const std::string&) override { return -1; }
+  bool RemoveContents(const std::string&, bool) override { return false; }
+  void RemoveFile(const std::string&) override {}
+  bool ListFiles(const std::string&, std::vector<std::string>&) override { return false; }
+  bool MakeExecutable(const std::string&) override { return false; }
+  bool ConvertToText(const std::string&) override { return false; }
+};
+
+// InstallStream through PlainInstallTree prints and installs what InstallPackage does;
+// through another tree each record fails with its own text.
+TEST_F(InstallTest, InstallStreamAppliesTheRecordsThroughItsTree) {
+  const std::string stream = kStreamStart + DirRecord("a") + FileRecord("t", "x\r\n") +
+                             "[Exec]\nName = t\n\n\n[TextFile]\nName = t\n\n\n";
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(Install(stream, "one", 1));
+  const std::string printed = testing::internal::GetCapturedStdout();
+  // InstallStream of `records` into two/ through `tree`.
+  const auto installStream = [&](const std::string& records, int verbose, InstallTree& tree) {
+    EXPECT_TRUE(WriteFile("plain", records));
+    FILE* in = std::fopen(Path("plain").c_str(), "r");
+    const bool ok =
+        package_.InstallStream(in, Path("p.pkg").c_str(), Path("two").c_str(), verbose, tree);
+    std::fclose(in);
+    return ok;
+  };
+  PlainInstallTree plain(package_);
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(installStream(stream, 1, plain));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), printed);
+  EXPECT_EQ(Snapshot("two"), Snapshot("one"));
+  const std::string a = Path("two/a");
+  RefusingTree refusing;
+  const std::pair<std::string, std::string> cases[] = {
+      {DirRecord("a"), "cannot create directory: " + Path("two")},
+      {"[RmDir]\nName = a\nWithsubdir = NO\n\n", "cannot remove directory: " + a},
+      {"[TextDir]\nName = a\n\n", "cannot list directory: " + a}};
+  for (const auto& [record, error] : cases) {
+    EXPECT_FALSE(installStream(kStreamStart + record, 0, refusing));
+    EXPECT_EQ(package_.ErrorText(), error);
+  }
+}
+
 TEST_F(InstallTest, FailuresGiveTheirTextAndLeaveNoTemporaryFile) {
   ASSERT_TRUE(WriteFile("blocker", ""));
   const std::string bad = "Bad package file " + Path("p.pkg"), dest = Path("dest");

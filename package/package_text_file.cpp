@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 
+#include "package/install_tree.h"
 #include "package/package.h"
 #include "package/temp_paths.h"
 #include "support/copies.h"
@@ -12,12 +13,7 @@
 
 namespace tk {
 
-namespace {
-
-// Longer lines are split: each piece of at most kTextLineBufferSize - 2 bytes gets an LF.
-constexpr int kTextLineBufferSize = 65536;
-
-bool CopyLines(FILE* in, FILE* out, char* buffer) {
+bool CopyTextLines(FILE* in, FILE* out, char* buffer) {
   while (ReadTextLine(buffer, kTextLineBufferSize, in) != 0) {
     const std::size_t length = std::strlen(buffer);
     if (std::fwrite(buffer, 1, length, out) != length || std::fputc('\n', out) == EOF) {
@@ -26,8 +22,6 @@ bool CopyLines(FILE* in, FILE* out, char* buffer) {
   }
   return true;
 }
-
-}  // namespace
 
 bool TkPackage::SetTextFile(const char* path) {
   const std::string original = path != nullptr ? path : "";
@@ -39,7 +33,7 @@ bool TkPackage::SetTextFile(const char* path) {
   std::unique_ptr<char[]> buffer(new (std::nothrow) char[kTextLineBufferSize]);
   if (buffer == nullptr) return Fail("Not enough memory");
   // A failed final flush is as short a write as a failed fwrite.
-  if (!CopyLines(in.get(), out.get(), buffer.get()) || std::fclose(out.release()) != 0) {
+  if (!CopyTextLines(in.get(), out.get(), buffer.get()) || std::fclose(out.release()) != 0) {
     return Fail("Cannot write file" + temp.path());
   }
   in.reset();

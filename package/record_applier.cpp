@@ -1,32 +1,17 @@
 #include "package/record_applier.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <vector>
 
 #include "package/name_pattern.h"
-#include "package/package.h"
 #include "support/copies.h"
-#include "support/directories.h"
 #include "support/files.h"
 #include "support/strings.h"
 
 namespace tk {
 
-namespace {
-
-// [Exec] makes a file rwxr-xr-x; it never runs anything.
-constexpr mode_t kExecMode = 0755;
-
-// Installed files get what creation gives (rw for all, less the umask), as fopen would.
-constexpr mode_t kNewFileMode = 0666;
-
-}  // namespace
-
-RecordApplier::RecordApplier(TkPackage& package, std::string& error, std::string destination,
+RecordApplier::RecordApplier(InstallTree& tree, std::string& error, std::string destination,
                              FILE* stream, bool verbose)
-    : package_(package),
+    : tree_(tree),
       error_(error),
       destination_(std::move(destination)),
       stream_(stream),
@@ -69,7 +54,7 @@ std::string RecordApplier::BelowDestination(const std::string& name) const {
 }
 
 bool RecordApplier::CreateDirectory(const std::string& path, bool singleLevel) {
-  if (CreateDirectoryPath(path.c_str(), singleLevel) == 1) return true;
+  if (tree_.MakeDirectory(path, singleLevel)) return true;
   return Fail("cannot create directory: " + path);
 }
 
@@ -107,7 +92,7 @@ bool RecordApplier::ApplyDir(const PackageRecord& record) {
 // reader left them. A close that fails may have lost written bytes, so it fails too.
 bool RecordApplier::ApplyFile(const PackageRecord& record) {
   const std::string path = current_ + record.name;
-  UniqueDescriptor out(OpenDescriptor(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewFileMode));
+  UniqueDescriptor out(tree_.CreateFile(path));
   if (out.get() < 0) return Fail("Cannot create file " + path);
   const int copied =
       CopyDescriptorRange(fileno(stream_), record.contentOffset, out.get(), record.available);
@@ -118,38 +103,38 @@ bool RecordApplier::ApplyFile(const PackageRecord& record) {
 
 bool RecordApplier::ApplyRmDir(const PackageRecord& record) {
   const std::string path = BelowDestination(record.name);
-  if (RemoveDirectory(path.c_str(), false, "*", record.withSubdirs ? "*" : "") == 1) return true;
+  if (tree_.RemoveContents(path, record.withSubdirs)) return true;
   return Fail("cannot remove directory: " + path);
 }
 
 // Never fails: a missing file or directory, or a failed deletion, is ignored. An empty
-// name deletes nothing; a name that is a directory is not unlinked by DeleteFile.
+// name deletes nothing; a name that is a directory is not unlinked.
 bool RecordApplier::ApplyRemoveFile(const PackageRecord& record) {
   const std::string& pattern = record.name;
   if (pattern.empty()) return true;
   if (!IsWildcardPattern(pattern)) {
-    DeleteFile((current_ + pattern).c_str());
+    tree_.RemoveFile(current_ + pattern);
     return true;
   }
   std::string directory = current_;
   RemoveTrailingSlash(directory);
   std::vector<std::string> names;
-  ListFiles(directory.c_str(), nullptr, names);
+  tree_.ListFiles(directory, names);
   for (const std::string& name : names) {
-    if (MatchesNamePattern(pattern, name)) DeleteFile((current_ + name).c_str());
+    if (MatchesNamePattern(pattern, name)) tree_.RemoveFile(current_ + name);
   }
   return true;
 }
 
 bool RecordApplier::ApplyExec(const PackageRecord& record) {
   const std::string path = current_ + record.name;
-  if (chmod(path.c_str(), kExecMode) == 0) return true;
+  if (tree_.MakeExecutable(path)) return true;
   return Fail("Cannot change file access rigths " + path);
 }
 
 bool RecordApplier::ApplyTextFile(const PackageRecord& record) {
   const std::string path = current_ + record.name;
-  if (package_.SetTextFile(path.c_str())) return true;
+  if (tree_.ConvertToText(path)) return true;
   return Fail("Cannot set text file " + path);
 }
 
@@ -157,12 +142,12 @@ bool RecordApplier::ApplyTextFile(const PackageRecord& record) {
 bool RecordApplier::ApplyTextDir(const PackageRecord& record) {
   const std::string directory = BelowDestination(record.name);
   std::vector<std::string> names;
-  if (ListFiles(directory.c_str(), nullptr, names) != 1) {
+  if (!tree_.ListFiles(directory, names)) {
     return Fail("cannot list directory: " + directory);
   }
   for (const std::string& name : names) {
     const std::string path = directory + "/" + name;
-    if (!package_.SetTextFile(path.c_str())) return Fail("Cannot set text file " + path);
+    if (!tree_.ConvertToText(path)) return Fail("Cannot set text file " + path);
   }
   return true;
 }

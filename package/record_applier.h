@@ -1,7 +1,8 @@
-// Applies the records of one package installation to the disk, one small function per
-// record kind: directories are created, file contents copied out of the decompressed
-// stream, trees and files removed, files made executable or rewritten with LF line ends.
-// Records are applied in the order given; nothing is undone after a failure.
+// Applies the records of one package installation, one small function per record kind:
+// directories are created, file contents copied out of the decompressed stream, trees
+// and files removed, files made executable or rewritten with LF line ends, each through
+// an InstallTree. Records are applied in the order given; nothing is undone after a
+// failure.
 //
 // Paths: [Dir], [RmDir] and [TextDir] names are relative to the destination exactly as
 // the caller passed it; [File], [RemoveFile], [Exec] and [TextFile] names are relative to
@@ -15,17 +16,16 @@
 #include <cstdio>
 #include <string>
 
+#include "package/install_tree.h"
 #include "package/record_reader.h"
 
 namespace tk {
 
-class TkPackage;
-
 class RecordApplier {
  public:
   // `stream` is the decompressed package the records come from (file contents are copied
-  // from it); `error` receives the message of a failure; `package` converts text files.
-  RecordApplier(TkPackage& package, std::string& error, std::string destination, FILE* stream,
+  // from it); `error` receives the message of a failure; `tree` does the work.
+  RecordApplier(InstallTree& tree, std::string& error, std::string destination, FILE* stream,
                 bool verbose);
   RecordApplier(const RecordApplier&) = delete;
   RecordApplier& operator=(const RecordApplier&) = delete;
@@ -46,7 +46,7 @@ class RecordApplier {
   std::string BelowDestination(const std::string& name) const;
   bool Fail(std::string message);
 
-  TkPackage& package_;
+  InstallTree& tree_;
   std::string& error_;
   std::string destination_;
   FILE* stream_;
