@@ -121,6 +121,17 @@ bool WriteStreamSeeds(SeedWriter& out, const std::string& stream, const std::str
       return false;
     }
   }
+  // safe_install takes a variant byte first: checked, tree alone, component walk.
+  const std::string escape =
+      "TAVIK PACKAGE FILE\n1\n[Dir]\nName = out\n\n[File]\nName = x\n"
+      "Size = 1\nx\n\n[RmDir]\nName = abs\nWithsubdir = YES\n\n";
+  for (const char variant : {'\0', '\1', '\3'}) {
+    const std::string tag(1, static_cast<char>('0' + variant));
+    if (!out.Write("safe_install", "built" + tag, variant + stream) ||
+        !out.Write("safe_install", "escape" + tag, variant + escape)) {
+      return false;
+    }
+  }
   return true;
 }
 

@@ -25,10 +25,6 @@ std::string RecordLabel(const PackageRecord& record) {
   return record.name.empty() ? label : label + " " + RecordTarget(record);
 }
 
-std::string Problem(const PackageRecord& record, const std::string& what) {
-  return RecordPosition(record) + ": " + RecordLabel(record) + ": " + what;
-}
-
 std::string SizeColumn(const PackageRecord& record) {
   return record.kind == RecordKind::kFile ? std::to_string(record.size) : "-";
 }
@@ -89,31 +85,35 @@ std::string SummaryLine(const ListTotals& totals, int64_t streamBytes, int64_t p
 
 void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& problems) {
   if (record.kind == RecordKind::kFile && record.name.empty()) {
-    problems.push_back(Problem(record, "no name (empty \"Name = \" line)"));
+    problems.push_back(RecordProblem(record, "no name (empty \"Name = \" line)"));
   }
   if (record.kind != RecordKind::kOther && NameEscapesInstallation(record.name)) {
-    problems.push_back(
-        Problem(record, "name \"" + record.name + "\" would escape the installation directory"));
+    problems.push_back(RecordProblem(
+        record, "name \"" + record.name + "\" would escape the installation directory"));
   }
   if (ActsOnCurrentDirectory(record.kind) && !record.afterDir) {
-    problems.push_back(Problem(record,
-                               "comes before any [Dir] record (would act on the installer's "
-                               "working directory)"));
+    problems.push_back(RecordProblem(record,
+                                     "comes before any [Dir] record (would act on the installer's "
+                                     "working directory)"));
   }
   if (record.kind == RecordKind::kFile && record.ContentCutShort()) {
-    problems.push_back(Problem(record, "content cut short: Size = " + std::to_string(record.size) +
-                                           " but the stream holds " +
-                                           std::to_string(record.available) + " bytes"));
+    problems.push_back(RecordProblem(
+        record, "content cut short: Size = " + std::to_string(record.size) +
+                    " but the stream holds " + std::to_string(record.available) + " bytes"));
   }
+}
+
+std::string RecordProblem(const PackageRecord& record, const std::string& what) {
+  return RecordPosition(record) + ": " + RecordLabel(record) + ": " + what;
 }
 
 std::string MalformedRecordProblem(const PackageRecord& record) {
   const bool nameMissing =
       record.name.empty() && record.problem.find(kNameKey) != std::string::npos;
   if (record.kind == RecordKind::kFile && nameMissing) {
-    return Problem(record, "no name (" + record.problem + ")");
+    return RecordProblem(record, "no name (" + record.problem + ")");
   }
-  return Problem(record, record.problem);
+  return RecordProblem(record, record.problem);
 }
 
 std::string BadMagicProblem() {
@@ -123,16 +123,19 @@ std::string BadMagicProblem() {
          kPackageMagic + "\" and a version line)";
 }
 
-VerifyReport VerifyRecordStream(PackageRecordReader& reader) {
+VerifyReport VerifyRecordStream(PackageRecordReader& reader, const RecordCheck& extra) {
   VerifyReport report;
   if (!reader.ReadMagic()) report.problems.push_back(BadMagicProblem());
   PackageRecord record;
   for (;;) {
     switch (reader.Next(record)) {
-      case PackageRecordReader::Status::kRecord:
+      case PackageRecordReader::Status::kRecord: {
         ++report.records;
+        const std::size_t before = report.problems.size();
         FindRecordProblems(record, report.problems);
+        if (extra && report.problems.size() == before) extra(record, report.problems);
         break;
+      }
       case PackageRecordReader::Status::kMalformed:
         ++report.records;
         report.problems.push_back(MalformedRecordProblem(record));

@@ -8,6 +8,7 @@
 #define TAVIK_TKPACK_RECORD_REPORT_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,9 @@ std::string SummaryLine(const ListTotals& totals, int64_t streamBytes, int64_t p
 // Each problem reads "record N at byte B: [Kind] target: what".
 void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& problems);
 
+// "record N at byte B: [Kind] target: " + `what`: the form of every problem report.
+std::string RecordProblem(const PackageRecord& record, const std::string& what);
+
 // The problem report of a record the reader found malformed (a missing key line or a
 // failed seek), in the same form.
 std::string MalformedRecordProblem(const PackageRecord& record);
@@ -66,9 +70,14 @@ struct VerifyReport {
   std::vector<std::string> problems;  // in stream order
 };
 
+// A further check of each record that the reader handed out whole and that has no
+// problem of its own; it appends what it finds.
+using RecordCheck = std::function<void(const PackageRecord&, std::vector<std::string>&)>;
+
 // Checks the magic and version lines, then walks every record to the end of the
-// stream and collects every problem; a malformed record does not end the walk.
-VerifyReport VerifyRecordStream(PackageRecordReader& reader);
+// stream and collects every problem (and what `extra` finds); a malformed record does
+// not end the walk.
+VerifyReport VerifyRecordStream(PackageRecordReader& reader, const RecordCheck& extra = {});
 
 }  // namespace tk
 

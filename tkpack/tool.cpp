@@ -48,8 +48,14 @@ const std::vector<ToolCommand>& ToolCommands() {
         2,
         "install a package into a directory",
         "Installs the package into DESTDIR (created when missing), printing the\n"
-        "installer's progress lines.",
-        {{"--quiet", Value::kNone, nullptr, "print no progress lines"}}},
+        "installer's progress lines. First it checks the whole package against DESTDIR\n"
+        "and refuses it, writing nothing, when any record would act outside DESTDIR\n"
+        "(a \"..\" or absolute name, a record before the first [Dir], a path through a\n"
+        "symbolic link that leads out) or is malformed; while installing it never\n"
+        "follows a link out of DESTDIR.",
+        {{"--quiet", Value::kNone, nullptr, "print no progress lines"},
+         {"--trust", Value::kNone, nullptr,
+          "skip the checks and install exactly as tkinstall does"}}},
        RunInstall},
       {{"header",
         "PACKAGE",

@@ -69,7 +69,7 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const string tool =
       "usage: tkpack COMMAND ARGUMENTS... [--help]\n       tkpack --help | --version\n";
   const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR]\n";
-  const string install = "usage: tkpack install PACKAGE DESTDIR [--quiet]\n";
+  const string install = "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust]\n";
   const string decompress = "usage: tkpack decompress IN OUT [--limit N]\n";
   // Command words and the beginning of standard output.
   const std::pair<Words, string> help[] = {
@@ -268,7 +268,9 @@ TEST_F(Tkpack, FailuresExitWithOneAndSayWhatAndWhere) {
       {{"check", "other/desc.txt"}, "Bad directory: other/Bin"},  // sources beside it
       {{"build", "src/desc.txt", "no/dir/a.pkg"},
        "Cannot open temporary package file no/dir/a.pkg.tk_temp"},
-      {{"install", "--quiet", "missing.pkg", "dest"}, "Cannot decompress package file"},
+      {{"install", "--quiet", "missing.pkg", "dest"},
+       "Cannot decompress package file missing.pkg (codec result 1: a file could not be opened)"},
+      {{"install", "--trust", "--quiet", "missing.pkg", "dest"}, "Cannot decompress package file"},
       {{"header", "magic.pkg"}, "Bad package file magic.pkg"},
       {{"list", "magic.pkg"}, "Bad package file magic.pkg"},
       {{"verify", "short"}, "Cannot decompress package file short (" + tooShort + ")"},
