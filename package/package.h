@@ -114,7 +114,6 @@ class TkPackage {
 
  private:
   bool Fail(std::string message);
-  bool MakeTarget(const std::string& destination);
   bool ApplyStream(FILE* stream, const char* packagePath, const std::string& destination,
                    bool verbose, InstallTree& tree);
   bool Build(const char* descriptionPath, const char* baseDirectory, const char* packagePath,

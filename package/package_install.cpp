@@ -22,6 +22,18 @@ void Progress(bool verbose, const char* line) {
   std::fflush(stdout);
 }
 
+// The destination and its missing parents; the message of a failure, or "". (A free
+// function: nothing before the decompression calls a member, whose type check under
+// UBSan would need a descriptor that a full table may not have; see
+// PackageFaultTest.InstallationWaitsForAFullDescriptorTable.)
+std::string MakeTarget(const std::string& destination) {
+  const std::string target = InstallDirectory(destination);
+  if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
+    return "cannot create target directory: " + target;
+  }
+  return "";
+}
+
 void PrintStart(bool verbose, const char* packagePath) {
   if (verbose) std::printf("\nInstalling package %s", packagePath);
 }
@@ -32,7 +44,9 @@ bool TkPackage::InstallPackage(const char* packagePath, const char* destination,
   error_.clear();
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
-  if (!MakeTarget(destinationArgument)) return false;
+  if (std::string failure = MakeTarget(destinationArgument); !failure.empty()) {
+    return Fail(std::move(failure));
+  }
   PrintStart(verbose != 0, packagePath);
   const std::string tempPath = InstallTempPath(packagePath, destinationArgument);
   Progress(verbose != 0, "\nUncompressing package file");
@@ -54,19 +68,12 @@ bool TkPackage::InstallStream(FILE* stream, const char* packagePath, const char*
   error_.clear();
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
-  if (!MakeTarget(destinationArgument)) return false;
+  if (std::string failure = MakeTarget(destinationArgument); !failure.empty()) {
+    return Fail(std::move(failure));
+  }
   PrintStart(verbose != 0, packagePath);
   Progress(verbose != 0, "\nUncompressing package file");
   return ApplyStream(stream, packagePath, destinationArgument, verbose != 0, tree);
-}
-
-// The destination and its missing parents.
-bool TkPackage::MakeTarget(const std::string& destination) {
-  const std::string target = InstallDirectory(destination);
-  if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
-    return Fail("cannot create target directory: " + target);
-  }
-  return true;
 }
 
 bool TkPackage::ApplyStream(FILE* stream, const char* packagePath, const std::string& destination,
