@@ -260,5 +260,154 @@ TEST_F(Digest, WritesTheDigestInPlace) {
   EXPECT_TRUE(options.beforeCompression);
 }
 
+// ---- tkpack build --digest and verify ------------------------------------------
+
+// Without --digest the tool builds the engine's own bytes. With it the stream begins with
+// the digest line, holds the same description after it, and carries sha256sum's digest;
+// verify, header and install take it as an ordinary package.
+TEST_F(Digest, BuildWritesTheDigestLine) {
+  WriteFile("src/desc.txt",
+            "[HEADER]\nVersion = 5\nProduct = tavik\n[Bin]\ncopydir:\nexec: run.sh\n");
+  WriteFile("src/Bin/run.sh", "#!/bin/sh\necho hi\n");
+  WriteFile("src/empty.txt", "");
+  TkPackage engine;
+  ASSERT_TRUE(engine.BuildPackage(Path("src/desc.txt").c_str(), Path("src").c_str(),
+                                  Path("engine.pkg").c_str()));
+  const auto built = [this](const string& name) {
+    return "built " + name + " (" + std::to_string(ReadFile(name).size()) + " bytes)\n";
+  };
+  const test::ChildResult plain = Run({"build", "src/desc.txt", "plain.pkg"});
+  EXPECT_EQ(std::make_pair(plain.exitStatus, plain.out),
+            std::make_pair(kExitSuccess, built("plain.pkg")));
+  EXPECT_EQ(ReadFile("plain.pkg"), ReadFile("engine.pkg"));
+  const test::ChildResult digest = Run({"build", "--digest", "src/desc.txt", "d.pkg"});
+  EXPECT_EQ(std::make_pair(digest.exitStatus, digest.out),
+            std::make_pair(kExitSuccess, built("d.pkg")));
+
+  const string stream = test::ReadPackageStream(Path("d.pkg"));
+  const string digits = Sha256Sum(Zeroed(stream));
+  const string description = test::ReadPackageStream(Path("plain.pkg")).substr(21);
+  EXPECT_EQ(stream, kPrefix + digits + "\n" + description);
+  Expect({"verify", "d.pkg"}, kExitSuccess,
+         "d.pkg: digest ok (sha256:" + digits + ")\nd.pkg: ok, 5 records\n");
+  Expect({"verify", "plain.pkg"}, kExitSuccess, "plain.pkg: no digest\nplain.pkg: ok, 4 records\n");
+  Expect({"header", "d.pkg"}, kExitSuccess,
+         "Digest = sha256:" + digits + "\nVersion = 5\nProduct = tavik\n");
+  EXPECT_EQ(Run({"install", "--quiet", "d.pkg", "dest"}).exitStatus, kExitSuccess);
+  EXPECT_EQ(Run({"install", "--quiet", "plain.pkg", "dest2"}).exitStatus, kExitSuccess);
+  EXPECT_EQ(Snapshot("dest"), Snapshot("dest2"));
+  EXPECT_EQ(Snapshot("dest").size(), 2u);
+
+  EXPECT_EQ(Run({"build", "--digest", "src/empty.txt", "e.pkg"}).exitStatus, kExitSuccess);
+  const string empty = kPrefix + kZeros + "\n";
+  EXPECT_EQ(test::ReadPackageStream(Path("e.pkg")), kPrefix + Sha256Sum(empty) + "\n");
+  Expect({"verify", "e.pkg"}, kExitSuccess,
+         "e.pkg: digest ok (sha256:" + Sha256Sum(empty) + ")\ne.pkg: ok, 1 records\n");
+  EXPECT_EQ(CountFilesEndingWith(".tk_temp"), 0);
+}
+
+// build --help documents the option beside --base.
+TEST_F(Digest, BuildHelpDocumentsTheOption) {
+  Expect({"build", "--help"}, kExitSuccess,
+         "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest]\n\n"
+         "Reads the description file and writes the package file. With --digest, the\n"
+         "package's header begins with a \"Digest = sha256:...\" line, the SHA-256 of its\n"
+         "record stream, which verify checks.\n\n"
+         "Options:\n"
+         "  --base DIR      resolve sources against DIR (default: the description's "
+         "directory)\n"
+         "  --digest        write an integrity digest into the header\n"
+         "  --help          show this text\n");
+}
+
+// A wrong or malformed digest is one more problem, after the records' own; a right one
+// is said even when records have problems.
+TEST_F(Digest, VerifyReportsWrongDigests) {
+  const string records = test::DirRecord("Bin") + test::FileRecord("a", "abc");
+  const string right = WithDigest(records);
+  const string wrongDigits = Sha256Sum(Zeroed(kPrefix + kSomeDigits + "\n" + records));
+  const string escape = test::DirRecord("Bin") + test::FileRecord("../a", "abc");
+  const string escapes =
+      "bad.pkg: record 3 at byte 129: [File] Bin/../a: name \"../a\" would escape the "
+      "installation directory\n";
+  const string placed = "TAVIK PACKAGE FILE\n1\n[HEADEQ]\nDigest = sha256:" + kZeros + "\n";
+  const std::pair<string, string> cases[] = {
+      {kPrefix + kSomeDigits + "\n" + records,
+       "bad.pkg: digest mismatch: the package says sha256:" + kSomeDigits +
+           ", its records hash to sha256:" + wrongDigits + "\nbad.pkg: 1 problem in 3 records\n"},
+      {kPrefix + kSomeDigits.substr(1) + "\n" + records,
+       "bad.pkg: malformed digest line: " + kDigitsProblem + "\nbad.pkg: 1 problem in 3 records\n"},
+      {placed + records,
+       "bad.pkg: malformed digest line: " + kPlaceProblem + "\nbad.pkg: 1 problem in 3 records\n"},
+      {kPrefix + kSomeDigits + "\n" + escape,
+       escapes + "bad.pkg: digest mismatch: the package says sha256:" + kSomeDigits +
+           ", its records hash to sha256:" +
+           Sha256Sum(Zeroed(kPrefix + kSomeDigits + "\n" + escape)) +
+           "\nbad.pkg: 2 problems in 3 records\n"},
+      {WithDigest(escape), escapes +
+                               "bad.pkg: digest ok (sha256:" + WithDigest(escape).substr(46, 64) +
+                               ")\nbad.pkg: 1 problem in 3 records\n"}};
+  for (const auto& [stream, out] : cases) {
+    ASSERT_TRUE(test::WritePackage(Path("bad.pkg"), stream));
+    Expect({"verify", "bad.pkg"}, kExitFailure, out);
+  }
+  ASSERT_TRUE(test::WritePackage(Path("good.pkg"), right));
+  Expect({"verify", "good.pkg"}, kExitSuccess,
+         "good.pkg: digest ok (sha256:" + right.substr(46, 64) + ")\ngood.pkg: ok, 3 records\n");
+}
+
+// Every single damaged byte of the record stream of a package built with --digest (its
+// header, record lines and file contents, three ways each) makes verify fail.
+TEST_F(Digest, VerifyCatchesEveryDamagedByteOfTheStream) {
+  WriteFile("src/desc.txt", "[HEADER]\nVersion = 5\n[Bin]\ncopyfile: a.txt\nexec: a.txt\n");
+  WriteFile("src/Bin/a.txt", "hello\n");
+  ASSERT_EQ(Run({"build", "--digest", "src/desc.txt", "d.pkg"}).exitStatus, kExitSuccess);
+  const string stream = test::ReadPackageStream(Path("d.pkg"));
+  ASSERT_EQ(VerifyHere("d.pkg"),
+            std::make_pair(kExitSuccess, Path("d.pkg: digest ok (sha256:") + stream.substr(46, 64) +
+                                             ")\n" + Path("d.pkg: ok, 5 records\n")));
+  for (std::size_t at = 0; at < stream.size(); ++at) {
+    for (const char mask : {'\x01', '\x20', '\x80'}) {
+      string damaged = stream;
+      damaged[at] = static_cast<char>(damaged[at] ^ mask);
+      ASSERT_TRUE(test::WritePackage(Path("f.pkg"), damaged));
+      const auto [status, out] = VerifyHere("f.pkg");
+      EXPECT_EQ(status, kExitFailure) << "byte " << at << " mask " << int{mask} << "\n" << out;
+    }
+  }
+}
+
+// Damage to the compressed package garbles the stream from some point on. Verify never
+// calls a changed stream's digest ok, and fails unless the garbling reached the digest's
+// own lines (its first 46 bytes), which leaves no digest to check.
+TEST_F(Digest, VerifyNeverPassesADamagedPackageAsDigestOk) {
+  WriteFile("src/desc.txt", "[HEADER]\nVersion = 5\n[Bin]\ncopyfile: a.txt\n");
+  WriteFile("src/Bin/a.txt", string(300, 'h'));
+  ASSERT_EQ(Run({"build", "--digest", "src/desc.txt", "d.pkg"}).exitStatus, kExitSuccess);
+  const string package = ReadFile("d.pkg");
+  const string stream = test::ReadPackageStream(Path("d.pkg"));
+  int failures = 0;
+  for (std::size_t at = 0; at < package.size(); ++at) {
+    if (at >= 1 && at <= 3) continue;  // the length's upper bytes: gigabytes of garbage
+    for (const char mask : {'\x01', '\xff'}) {
+      string damaged = package;
+      damaged[at] = static_cast<char>(damaged[at] ^ mask);
+      WriteFile("f.pkg", damaged);
+      const auto [status, out] = VerifyHere("f.pkg");
+      const string decoded = test::ReadPackageStream(Path("f.pkg"));
+      const std::string context = "byte " + std::to_string(at) + "\n" + out;
+      if (decoded == stream) continue;  // only padding bits changed
+      EXPECT_EQ(out.find("digest ok"), string::npos) << context;
+      if (status == kExitFailure) {
+        ++failures;
+      } else {
+        EXPECT_NE(out.find(": no digest\n"), string::npos) << context;
+        EXPECT_NE(decoded.substr(0, 46), stream.substr(0, 46)) << context;
+      }
+    }
+  }
+  EXPECT_GT(failures, static_cast<int>(package.size()));
+}
+
 }  // namespace
 }  // namespace tk
