@@ -6,6 +6,7 @@
 #include "package/temp_paths.h"
 #include "support/files.h"
 #include "tkpack/commands.h"
+#include "tkpack/digest.h"
 #include "tkpack/file_watcher.h"
 #include "tkpack/tool.h"
 
@@ -14,6 +15,7 @@ namespace tk {
 namespace {
 
 constexpr const char* kBaseOption = "--base";
+constexpr const char* kDigestOption = "--digest";
 
 // The directory of the description file: sources resolve against it by default.
 // None (the working directory) for a bare file name.
@@ -46,12 +48,13 @@ int RunBuild(const CommandLine& line, ToolIo& io) {
   const std::string& description = line.operands[0];
   const std::string& packagePath = line.operands[1];
   const std::optional<std::string> base = BaseDirectory(line);
+  const BuildOptions options = line.Has(kDigestOption) ? DigestBuildOptions() : BuildOptions();
   TkPackage package;
   bool built = false;
   {
     ProgressDisplay display(io.err, io.errIsTerminal);
     FileProgressWatcher watcher(display, BuildStages(packagePath));
-    built = package.BuildPackage(description.c_str(), OrNull(base), packagePath.c_str());
+    built = package.BuildPackage(description.c_str(), OrNull(base), packagePath.c_str(), options);
   }
   if (!built) return ReportFailure(io, package.ErrorText());
   std::fprintf(io.out, "built %s (%lld bytes)\n", packagePath.c_str(),

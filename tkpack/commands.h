@@ -26,8 +26,9 @@ struct ToolIo {
 // Prints "tkpack: " + `message` and a LF to io.err; returns kExitFailure.
 int ReportFailure(ToolIo& io, const std::string& message);
 
-// build DESCRIPTION PACKAGE [--base DIR]: TkPackage::BuildPackage; the base directory
-// defaults to the description file's own directory.
+// build DESCRIPTION PACKAGE [--base DIR] [--digest]: TkPackage::BuildPackage; the base
+// directory defaults to the description file's own directory. --digest builds with
+// DigestBuildOptions (digest.h).
 int RunBuild(const CommandLine& line, ToolIo& io);
 
 // The stages that build's progress display follows: the record stream that
@@ -54,7 +55,9 @@ int RunHeader(const CommandLine& line, ToolIo& io);
 int RunList(const CommandLine& line, ToolIo& io);
 
 // verify PACKAGE: decodes the whole package and walks every record, reporting each
-// problem; kExitFailure when there is any.
+// problem, then checks its digest (digest.h): a wrong one is one more problem, else the
+// line before the summary says "digest ok (...)" or "no digest". kExitFailure when there
+// is any problem.
 int RunVerify(const CommandLine& line, ToolIo& io);
 
 // compress IN OUT and decompress IN OUT [--limit N]: the codec on single files.

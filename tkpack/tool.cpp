@@ -33,8 +33,11 @@ const std::vector<ToolCommand>& ToolCommands() {
         "DESCRIPTION PACKAGE",
         2,
         "build a package from a description file",
-        "Reads the description file and writes the package file.",
-        {kBaseOption}},
+        "Reads the description file and writes the package file. With --digest, the\n"
+        "package's header begins with a \"Digest = sha256:...\" line, the SHA-256 of its\n"
+        "record stream, which verify checks.",
+        {kBaseOption,
+         {"--digest", Value::kNone, nullptr, "write an integrity digest into the header"}}},
        RunBuild},
       {{"check",
         "DESCRIPTION",

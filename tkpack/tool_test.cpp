@@ -68,7 +68,7 @@ class Tkpack : public test::TempDirTest {
 TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const string tool =
       "usage: tkpack COMMAND ARGUMENTS... [--help]\n       tkpack --help | --version\n";
-  const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR]\n";
+  const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest]\n";
   const string install = "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust]\n";
   const string decompress = "usage: tkpack decompress IN OUT [--limit N]\n";
   // Command words and the beginning of standard output.
@@ -160,9 +160,9 @@ TEST_F(Tkpack, CommandsThatSucceed) {
        "File                 10  cut  (only 3 bytes in the package)\n"
        "9 records: 2 directories, 2 files with 11 bytes; stream 281 bytes, package " +
            std::to_string(ReadFile("odd.pkg").size()) + " bytes\n"},
-      {{"verify", "sample.pkg"}, "sample.pkg: ok, 9 records\n"},
-      {{"verify", "all.pkg"}, "all.pkg: ok, 21 records\n"},
-      {{"verify", "empty.pkg"}, "empty.pkg: ok, 0 records\n"},
+      {{"verify", "sample.pkg"}, "sample.pkg: no digest\nsample.pkg: ok, 9 records\n"},
+      {{"verify", "all.pkg"}, "all.pkg: no digest\nall.pkg: ok, 21 records\n"},
+      {{"verify", "empty.pkg"}, "empty.pkg: no digest\nempty.pkg: ok, 0 records\n"},
       {{"install", "sample.pkg", "dest/"},
        "\nInstalling package sample.pkg\nUncompressing package file\nVerifying package"
        "\nDirectory Bin\nDirectory Bin/lib\nDirectory Doc\n"},
@@ -214,8 +214,9 @@ TEST_F(Tkpack, VerifyReportsEveryProblemAndWalksOn) {
   const string badMagic =
       "bad.pkg: line 1 at byte 0: bad magic or version line (a package stream starts with "
       "\"TAVIK PACKAGE FILE\" and a version line)\n";
+  const string noDigest = "bad.pkg: no digest\n";
   const std::pair<string, string> cases[] = {
-      {"TAVIK PACKAGE FILE\n", badMagic + "bad.pkg: 1 problem in 0 records\n"},
+      {"TAVIK PACKAGE FILE\n", badMagic + noDigest + "bad.pkg: 1 problem in 0 records\n"},
       {"TAVIK\n1\n[File]\nName = /abs\nSize = 1\nx\n\n[RemoveFile]\nName = *\n\n\n"
        "[Dir]\nName = a\\..\\b\n\n[Dir]\nName = Bin\n\n[File]\n\n\n[File]\nName = \nSize = 0\n\n\n"
        "[Exec]\nName = ../x\n\n\n[File]\nName = a\n[Exec]\nName = a\n\n\n"
@@ -232,7 +233,8 @@ TEST_F(Tkpack, VerifyReportsEveryProblemAndWalksOn) {
            "bad.pkg: record 10 at byte 192: [File] Bin/../up: name \"../up" +
            escapes +
            "bad.pkg: record 10 at byte 192: [File] Bin/../up: content cut short: Size = 9 but "
-           "the stream holds 1 bytes\nbad.pkg: 11 problems in 10 records\n"}};
+           "the stream holds 1 bytes\n" +
+           noDigest + "bad.pkg: 11 problems in 10 records\n"}};
   for (const auto& [stream, out] : cases) {
     WritePackage("bad.pkg", stream);
     Expect({"verify", "bad.pkg"}, kExitFailure, out, "");

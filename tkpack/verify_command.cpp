@@ -4,6 +4,7 @@
 
 #include "package/record_reader.h"
 #include "tkpack/commands.h"
+#include "tkpack/digest.h"
 #include "tkpack/file_watcher.h"
 #include "tkpack/opened_package.h"
 #include "tkpack/record_report.h"
@@ -13,9 +14,15 @@ namespace tk {
 
 namespace {
 
-void PrintReport(const std::string& packagePath, const VerifyReport& report, FILE* out) {
+// A wrong digest is the last problem; a right or absent one is said just before the
+// summary line all the same.
+void PrintReport(const std::string& packagePath, const VerifyReport& report,
+                 const DigestCheck& digest, FILE* out) {
   for (const std::string& problem : report.problems) {
     std::fprintf(out, "%s: %s\n", packagePath.c_str(), problem.c_str());
+  }
+  if (!IsDigestProblem(digest)) {
+    std::fprintf(out, "%s: %s\n", packagePath.c_str(), DigestCheckText(digest).c_str());
   }
   if (report.problems.empty()) {
     std::fprintf(out, "%s: ok, %d records\n", packagePath.c_str(), report.records);
@@ -33,6 +40,7 @@ int RunVerify(const CommandLine& line, ToolIo& io) {
   OpenedPackage opened;
   std::string error;
   VerifyReport report;
+  DigestCheck digest;
   {
     ProgressDisplay display(io.err, io.errIsTerminal);
     FileProgressWatcher watcher(
@@ -44,8 +52,10 @@ int RunVerify(const CommandLine& line, ToolIo& io) {
     }
     PackageRecordReader reader(opened.stream());
     report = VerifyRecordStream(reader);
+    digest = CheckStreamDigest(opened.stream());
   }
-  PrintReport(packagePath, report, io.out);
+  if (IsDigestProblem(digest)) report.problems.push_back(DigestCheckText(digest));
+  PrintReport(packagePath, report, digest, io.out);
   return report.problems.empty() ? kExitSuccess : kExitFailure;
 }
 
