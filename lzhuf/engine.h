@@ -21,7 +21,7 @@ constexpr int kNil = kLzhufNil;
 constexpr int kStart = kN - kF;  // ring position of the first input byte
 constexpr int kMatchSymbolBase = 256 - kLzhufThreshold - 1;  // length L is symbol L + 253
 constexpr uint8_t kRingFill = ' ';
-constexpr int kHeaderSize = 4;  // the uncompressed length, least significant byte first
+constexpr int kHeaderSize = kLzhufHeaderBytes;  // the length, least significant byte first
 
 // Writes the header for `size` and, unless it is 0, codes everything `source`
 // yields. Returns kLzhufOk, kLzhufEmpty, or kLzhufWriteFailed as soon as a write

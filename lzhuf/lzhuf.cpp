@@ -21,6 +21,11 @@ void ResetCounters(LzhufCodec& codec) {
 
 }  // namespace
 
+uint64_t LzhufLargestDecodedSize(uint64_t compressedSize) {
+  const uint64_t bits = compressedSize > kHeaderSize ? (compressedSize - kHeaderSize) * 8 : 0;
+  return bits + kF;
+}
+
 uint64_t LzhufStatedLength(const uint8_t* h) {
   const uint32_t raw = h[0] | (h[1] << 8) | (h[2] << 16) | (static_cast<uint32_t>(h[3]) << 24);
   return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(raw)));

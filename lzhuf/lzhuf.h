@@ -191,6 +191,16 @@ int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_
 // value widened with its sign, so a field of 2^31 or more gives a length near 2^64.
 uint64_t LzhufStatedLength(const uint8_t* header);
 
+// Size of that length header at the start of every compressed stream.
+constexpr std::size_t kLzhufHeaderBytes = 4;
+
+// The most bytes a compressed stream of `compressedSize` bytes (header included) can
+// decode to before its bits run out: every symbol takes at least one bit and gives at
+// most one byte per bit (a literal of one bit; a match of at most 10 bytes in at least
+// ten bits: its length symbol and a position of three bits and six), plus the last
+// symbol. A header that states more is a lie: the decoder would go on reading zero bits.
+uint64_t LzhufLargestDecodedSize(uint64_t compressedSize);
+
 // LzhufEncode of a byte span; `out` is cleared and receives the compressed form.
 int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vector<uint8_t>& out);
 

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "lzhuf/lzhuf.h"
 #include "package/record_reader.h"
 #include "support/files.h"
 
@@ -22,6 +24,8 @@ constexpr int kTolerableDamage = 1;
 constexpr const char* kPlaceProblem =
     "\"Digest = sha256:\" does not follow the lines \"TAVIK PACKAGE FILE\", \"1\" and "
     "\"[HEADER]\" exactly";
+constexpr const char* kLostProblem =
+    "the package begins as one with a digest, but its records do not";
 constexpr const char* kDigitsProblem =
     "\"Digest = sha256:\" is not followed by 64 lower-case hex digits and the line's end";
 
@@ -79,6 +83,28 @@ void ZeroDigits(std::vector<unsigned char>& block, std::size_t size, uint64_t of
   const uint64_t first = std::max<uint64_t>(offset, DigestPrefix().size());
   const uint64_t end = std::min<uint64_t>(offset + size, DigestPrefix().size() + kDigestDigits);
   for (uint64_t at = first; at < end; ++at) block[at - offset] = '0';
+}
+
+// The first bytes of the bit stream of every package with a digest: the bytes that two
+// encodings of DigestPrefix() followed by different digits share, less the last one,
+// which may already hold bits of what follows.
+const std::vector<uint8_t>& DigestedStreamStart() {
+  static const std::vector<uint8_t> start = [] {
+    auto codec = std::make_unique<LzhufCodec>();
+    std::vector<uint8_t> packed[2];
+    for (const char digit : {'0', 'f'}) {
+      const std::string stream = DigestPrefix() + std::string(kDigestDigits, digit) + "\n";
+      LzhufEncodeBuffer(*codec, {reinterpret_cast<const uint8_t*>(stream.data()), stream.size()},
+                        packed[digit == 'f']);
+    }
+    const auto [differ, ignored] =
+        std::mismatch(packed[0].begin() + kLzhufHeaderBytes, packed[0].end(),
+                      packed[1].begin() + kLzhufHeaderBytes);
+    std::vector<uint8_t> shared(packed[0].begin() + kLzhufHeaderBytes, differ);
+    if (!shared.empty()) shared.pop_back();
+    return shared;
+  }();
+  return start;
 }
 
 std::string TempFileError(const char* what, const std::string& path) {
@@ -158,6 +184,30 @@ DigestCheck CheckStreamDigest(FILE* decodedStream) {
   check.expected = std::move(line.digits);
   check.result =
       check.expected == check.actual ? DigestCheck::Result::kMatch : DigestCheck::Result::kMismatch;
+  return check;
+}
+
+bool CompressedStartShowsDigest(const std::string& packagePath) {
+  const std::vector<uint8_t>& expected = DigestedStreamStart();
+  std::vector<uint8_t> start(kLzhufHeaderBytes + expected.size());
+  UniqueFile package(OpenFile(packagePath.c_str(), "rb"));
+  if (package == nullptr ||
+      std::fread(start.data(), 1, start.size(), package.get()) != start.size()) {
+    return false;
+  }
+  int different = 0;
+  for (std::size_t at = 0; at < expected.size(); ++at) {
+    if (start[kLzhufHeaderBytes + at] != expected[at]) ++different;
+  }
+  return different <= kTolerableDamage;
+}
+
+DigestCheck CheckPackageDigest(const std::string& packagePath, FILE* decodedStream) {
+  DigestCheck check = CheckStreamDigest(decodedStream);
+  if (check.result == DigestCheck::Result::kAbsent && CompressedStartShowsDigest(packagePath)) {
+    check.result = DigestCheck::Result::kMalformed;
+    check.problem = kLostProblem;
+  }
   return check;
 }
 

@@ -80,6 +80,18 @@ struct DigestCheck {
 // when the line is well-formed. kUnreadable when the stream cannot be read.
 DigestCheck CheckStreamDigest(FILE* decodedStream);
 
+// True when the compressed package at `packagePath` begins as every package with a digest
+// does: the encoder turns the fixed 46 bytes of DigestPrefix() into the same first bytes
+// of its bit stream whatever follows, and those bytes (after the 4-byte length) are here
+// with at most one of them different. So a damaged byte there, which makes the decoded
+// start garbage, still shows that a digest belongs in the package (pinned by
+// Digest.EveryFlippedByteIsCaught).
+bool CompressedStartShowsDigest(const std::string& packagePath);
+
+// CheckStreamDigest of the package decoded into `decodedStream`, where a digest that is
+// absent although CompressedStartShowsDigest(packagePath) is kMalformed.
+DigestCheck CheckPackageDigest(const std::string& packagePath, FILE* decodedStream);
+
 // True for kMismatch, kMalformed and kUnreadable: the results that make a package's
 // digest a problem.
 bool IsDigestProblem(const DigestCheck& check);

@@ -1,7 +1,8 @@
-// tkpack install: by default the package is decoded privately and checked whole before
-// anything is written (install_guard.h), then installed through a tree that never
-// leaves the destination (beneath_tree.h); with --trust, TkPackage::InstallPackage
-// installs it exactly as tkinstall does.
+// tkpack install: by default the package is decoded privately, its digest (when it has
+// one) and its records are checked whole before anything is written (digest.h,
+// install_guard.h), then it is installed through a tree that never leaves the
+// destination (beneath_tree.h); with --trust, TkPackage::InstallPackage installs it
+// exactly as tkinstall does.
 #include <unistd.h>
 
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include "package/package.h"
 #include "package/temp_paths.h"
 #include "tkpack/commands.h"
+#include "tkpack/digest.h"
 #include "tkpack/file_watcher.h"
 #include "tkpack/install_guard.h"
 #include "tkpack/opened_package.h"
@@ -59,6 +61,11 @@ void GuardedInstall(const std::string& packagePath, const std::string& destinati
                                {"installing", opened.decodedPath(), WatchedFile::Access::kReading}},
                               screen.relay);
   if (!opened.Open(packagePath, attempt.error)) return;
+  const DigestCheck digest = CheckPackageDigest(packagePath, opened.stream());
+  if (IsDigestProblem(digest)) {
+    attempt.hazards.problems.push_back(DigestCheckText(digest));
+    return;
+  }
   TkPackage package;
   attempt.installed = InstallChecked(opened.stream(), packagePath, InstallDirectory(destination),
                                      verbose, package, attempt.hazards);

@@ -33,7 +33,29 @@ const char* CodecResultMeaning(int result) {
   }
 }
 
+// Record streams of 2 GiB or more are outside the format, and one that cannot come from
+// the package's bits would be decoded from zero bits without end.
+constexpr uint64_t kLargestStream = (uint64_t{1} << 31) - 1;
+
 }  // namespace
+
+bool CheckStatedLength(const std::string& packagePath, std::string& error) {
+  uint8_t header[kLzhufHeaderBytes];
+  UniqueFile package(OpenFile(packagePath.c_str(), "rb"));
+  if (package == nullptr || std::fread(header, 1, sizeof header, package.get()) != sizeof header) {
+    return true;  // the decoder reports these cases itself
+  }
+  const uint64_t stated = LzhufStatedLength(header);
+  const uint64_t largest =
+      LzhufLargestDecodedSize(static_cast<uint64_t>(StreamSize(package.get())));
+  if (stated <= kLargestStream && stated <= largest) return true;
+  error = "Cannot decompress package file " + packagePath + " (its length header states " +
+          std::to_string(stated) + " bytes, more than " +
+          (stated > kLargestStream ? std::string("a package can hold")
+                                   : "its " + std::to_string(largest) + "-byte bound") +
+          ")";
+  return false;
+}
 
 PrivateTempDirectory::PrivateTempDirectory() {
   std::string pattern = std::string(TempRoot()) + kTempTemplate;
@@ -55,6 +77,7 @@ bool OpenedPackage::Open(const std::string& packagePath, std::string& error) {
     error = std::string("Cannot create a temporary directory in ") + TempRoot();
     return false;
   }
+  if (!CheckStatedLength(packagePath, error)) return false;
   decoded_.emplace(decodedPath());
   switch (decoded_->Open(packagePath.c_str(), 0)) {
     case DecodedPackage::Result::kOk:

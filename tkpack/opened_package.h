@@ -32,6 +32,12 @@ class PrivateTempDirectory {
   std::string path_;
 };
 
+// False, with `error` saying so, when the length header of the package at `packagePath`
+// states a record stream of 2 GiB or more, or more bytes than its compressed bits can
+// carry (LzhufLargestDecodedSize): decoding it would write a stream without end. True
+// for a package that cannot be read (the decoder says why).
+bool CheckStatedLength(const std::string& packagePath, std::string& error);
+
 // "codec result 143: fewer than 4 bytes: no length header"
 std::string CodecResultText(int result);
 
@@ -43,7 +49,8 @@ class OpenedPackage {
 
   // Decodes the whole package at `packagePath` and opens the result. False with
   // `error` saying what failed, e.g. "Cannot decompress package file x.pkg (codec
-  // result 1: a file could not be opened)".
+  // result 1: a file could not be opened)"; a length header that CheckStatedLength
+  // refuses is not decoded at all.
   bool Open(const std::string& packagePath, std::string& error);
 
   FILE* stream() const { return decoded_ ? decoded_->stream() : nullptr; }

@@ -52,7 +52,7 @@ int RunVerify(const CommandLine& line, ToolIo& io) {
     }
     PackageRecordReader reader(opened.stream());
     report = VerifyRecordStream(reader);
-    digest = CheckStreamDigest(opened.stream());
+    digest = CheckPackageDigest(packagePath, opened.stream());
   }
   if (IsDigestProblem(digest)) report.problems.push_back(DigestCheckText(digest));
   PrintReport(packagePath, report, digest, io.out);
