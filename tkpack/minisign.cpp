@@ -237,7 +237,8 @@ std::string KeyIdText(const KeyId& id) {
     text += kHex[id[i] >> 4];
     text += kHex[id[i] & 0xf];
   }
-  return text;
+  const std::size_t first = std::min(text.find_first_not_of('0'), text.size() - 1);
+  return text.substr(first);
 }
 
 int ReadMinisignFile(const std::string& path, SecretBytes& text) {

@@ -61,8 +61,9 @@ inline constexpr uint64_t kMaxMemLimit = uint64_t{1} << 32;
 using KeyId = std::array<uint8_t, kKeyIdBytes>;
 using SignatureBytes = std::array<uint8_t, kSignatureBytes>;
 
-// A key id the way minisign shows it: the 8 bytes read as a little-endian number, in
-// 16 upper-case hex digits ("D92C454D50C27F11").
+// A key id the way minisign writes it in its comments: the 8 bytes read as a
+// little-endian number, in upper-case hex without leading zeros ("D92C454D50C27F11",
+// "BEDA9687A8E820").
 std::string KeyIdText(const KeyId& id);
 
 // Reads a key or signature file whole into `text`. Returns 0, or the errno value of the

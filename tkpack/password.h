@@ -25,7 +25,7 @@ bool ReadPasswordFile(const std::string& path, SecretBytes& password, std::strin
 // Writes `prompt` on the controlling terminal (/dev/tty) and reads one line there with
 // echo off. The terminal's settings are restored on every way out, also when SIGINT,
 // SIGTERM, SIGHUP or SIGQUIT arrives while it waits (restored, then the signal takes
-// its default action; pinned by PasswordTest.TerminalEchoIsOffAndComesBack). Errors: "no
+// its default action; pinned by Signatures.TerminalEchoIsOffAndComesBack). Errors: "no
 // terminal to read the password from (give --password-file FILE)", "cannot read the
 // password from the terminal: REASON", "the password is longer than 1024 bytes".
 bool ReadPasswordFromTerminal(const std::string& prompt, SecretBytes& password, std::string& error);
