@@ -84,7 +84,6 @@ TEST_F(Minisign, ReadsAndWritesMinisignsOwnFiles) {
             std::tie("minisign public key D92C454D50C27F11", ""));
   EXPECT_EQ(KeyIdText(publicKey.keyId), "D92C454D50C27F11");
   EXPECT_EQ(KeyIdText({0x20, 0xE8, 0xA8, 0x87, 0x96, 0xDA, 0xBE, 0}), "BEDA9687A8E820");
-  EXPECT_EQ(KeyIdText({}), "0");
   EXPECT_EQ(FormatPublicKey(publicKey), kPublicKey);
   ASSERT_TRUE(ParseSecretKeyFile(kSecretKey, secretFile, error));
   EXPECT_EQ(std::tie(secretFile.encrypted, secretFile.opsLimit), std::make_tuple(false, 0u));
@@ -117,7 +116,6 @@ TEST_F(Minisign, RefusesDamagedFilesSayingWhatIsWrong) {
       {'p', "untrusted comment: x", "line 2 is missing"},
       {'p', Replace(kPublicKey, "untrusted", "Untrusted"), noUntrusted},
       {'p', Replace(kPublicKey, "lris\n", "lri\n"), line2 + "42 bytes"},
-      {'p', Replace(kPublicKey, "lris", "lri="), line2 + "42 bytes"},
       {'p', Replace(kPublicKey, "RWQR", "RmQR"), "unknown key algorithm (\"Ed\" expected)"},
       {'p', kPublicKey + "x", "text after line 2"},
       {'s', Replace(kSignature, "\ntrusted", "\nTrusted"),
@@ -128,8 +126,6 @@ TEST_F(Minisign, RefusesDamagedFilesSayingWhatIsWrong) {
       {'s', Replace(kSignature, "AY=", "A\rY="), "line 2 holds a NUL or CR byte"},
       {'s', kSignature.substr(0, kSignature.rfind("q4G3")), "line 4 is missing"},
       {'s', Replace(kSignature, "zAw==", "zA=="), "line 4 is not the base64 of 64 bytes"},
-      {'s', Replace(kSignature, "RUQR", "RUQRR"), line2 + "74 bytes"},
-      {'k', kPublicKey, line2 + "158 bytes"},
       {'k', Replace(kSecretKey, "RWQAAEIy", "RWRTeEIy"),
        "unknown key derivation (\"Sc\" or none expected)"},
       {'k', Replace(kSecretKey, "RWQAAEIy", "RWQAAEIz"),

@@ -187,29 +187,22 @@ TEST_F(Signatures, SignFailuresLeaveNoSignatureBehind) {
   EXPECT_EQ(ReadFile("x.pkg.minisig"), "old");
 }
 
-// The first line of the password file, without its line end.
+// The first line of the password file, without its line end, up to 1024 bytes.
 TEST_F(Signatures, PasswordFileGivesItsFirstLine) {
-  const std::pair<string, string> cases[] = {
-      {"pw\n", "pw"},
-      {"pw\r\nnext\n", "pw"},
-      {"pw", "pw"},
-      {"", ""},
-      {"\n", ""},
-      {"p\rw\n", "p\rw"},
-      {string(kMaxPasswordBytes, 'x') + "\r\n", string(kMaxPasswordBytes, 'x')}};
-  for (const auto& [text, password] : cases) {
+  const string longest(kMaxPasswordBytes, 'x');
+  const string tooLong = "the password in " + Path("pw") + " is longer than 1024 bytes";
+  const std::pair<string, string> cases[] = {{"pw\r\nnext\n", "pw"},
+                                             {"pw", "pw"},
+                                             {"\n", ""},
+                                             {"p\rw\n", "p\rw"},
+                                             {longest + "\r\n", longest},
+                                             {longest + "x\n", tooLong},
+                                             {longest + "xx", tooLong}};
+  for (const auto& [text, expected] : cases) {
     WriteFile("pw", text);
     SecretBytes read;
     string error;
-    EXPECT_TRUE(ReadPasswordFile(Path("pw"), read, error)) << error;
-    EXPECT_EQ(read.view(), password);
-  }
-  for (const string& text : {string(kMaxPasswordBytes + 1, 'x') + "\n", string(5000, 'x')}) {
-    WriteFile("pw", text);
-    SecretBytes read;
-    string error;
-    EXPECT_FALSE(ReadPasswordFile(Path("pw"), read, error));
-    EXPECT_EQ(error, "the password in " + Path("pw") + " is longer than 1024 bytes");
+    EXPECT_EQ(ReadPasswordFile(Path("pw"), read, error) ? string(read.view()) : error, expected);
   }
 }
 
