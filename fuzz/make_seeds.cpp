@@ -1,6 +1,6 @@
 // The seed generator of the fuzz targets: every seed is made by the project itself,
 // with the builder, the encoder and the decoder, so the corpus follows the formats as
-// the code writes them.
+// the code writes them; the minisign files are ones that minisign 0.11 wrote.
 //
 //   fuzz_seeds OUTDIR     writes OUTDIR/TARGET/NAME for every target
 //
@@ -164,6 +164,44 @@ bool WriteTextSeeds(SeedWriter& out) {
   return true;
 }
 
+// A throwaway key pair (the secret key without password, and a second one protected by
+// the password "secret"), and "hello\n" signed prehashed and legacy, as minisign wrote
+// them.
+bool WriteMinisignSeeds(SeedWriter& out) {
+  const std::string files[][2] = {
+      {"public_key",
+       "untrusted comment: minisign public key D92C454D50C27F11\n"
+       "RWQRf8JQTUUs2eUtwaJ1AJwDdK4LJBC7420tgA13h6Z5yMnWUygClris\n"},
+      {"secret_key",
+       "untrusted comment: minisign encrypted secret key\n"
+       "RWQAAEIyAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAEX/CUE1FLNlq"
+       "YVMiC/t/JIPkLBORu/va5YWZvoC9HQ3vAGyNkIrjROUtwaJ1AJwDdK4LJBC7420tgA13h6Z5yMnWUygClris"
+       "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=\n"},
+      {"protected_key",
+       "untrusted comment: minisign encrypted secret key\n"
+       "RWRTY0IyV5Lr8Tsd7GjBlJHvQWrTLIIyk1lrmA2gy7D6Pix6LMYAAAACAAAAAAAAAEAAAAAA0anjesGi2/ik"
+       "eSc+NVbJE7p7maOf0+9+M+R0b/ONkn3mOicZhzbcmyCf5k46LuaZMttqBPZKyg4FF10u8sQMZQ9IxLodNxgK"
+       "xBZ1mRgrUBCbAc8z6CMLjWD3sSwwowKehk8UBAtIR3U=\n"},
+      {"signature",
+       "untrusted comment: signature from minisign secret key\n"
+       "RUQRf8JQTUUs2W7BuIGaDoGAN27RcC2Ajx91eSOPMM5vj+vqozIyss695f3DK/Bs7OVH3H+CWGUnvaWrOrx+"
+       "p32lY3mZWQippAY=\n"
+       "trusted comment: timestamp:1795463266\tfile:f.txt\thashed\n"
+       "q4G34nXLztA/KHTpmMoVcjjVC618I8hh/D2KOfFfIZcYcISASMvb77CupgwqpFKGjH7o04ryHh2khxsaqQtz"
+       "Aw==\n"},
+      {"legacy_signature",
+       "untrusted comment: signature from minisign secret key\n"
+       "RWQRf8JQTUUs2dbX7xLcd4QQKnDhNnG4qWTvypSKxcPrwjG0XRnqcsqtF897UwsamSRbvi0YWyGuKXzUIwrl"
+       "uGonNmdnxKd49As=\n"
+       "trusted comment: timestamp:1795463266\tfile:g.txt\n"
+       "E+mJEDKp1tFx1sFFQOwLMpJpNYgIYFjOSsuaYUwn/Y5ewPBUwVLWsyPD19rTNydO5a6q6RUwtpttWjImaQCi"
+       "Bw==\n"}};
+  for (const auto& file : files) {
+    if (!out.Write("minisign_parse", file[0], file[1])) return false;
+  }
+  return true;
+}
+
 bool WriteAllSeeds(const std::string& directory) {
   ScratchDirectory scratch("seeds");
   tk::fuzz::MakeSourceTree(scratch.Path("base"));
@@ -173,7 +211,8 @@ bool WriteAllSeeds(const std::string& directory) {
     return false;
   }
   SeedWriter out(directory);
-  return WriteCodecSeeds(out, stream) && WriteStreamSeeds(out, stream, perl) && WriteTextSeeds(out);
+  return WriteCodecSeeds(out, stream) && WriteStreamSeeds(out, stream, perl) &&
+         WriteTextSeeds(out) && WriteMinisignSeeds(out);
 }
 
 }  // namespace

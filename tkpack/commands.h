@@ -54,11 +54,16 @@ int RunHeader(const CommandLine& line, ToolIo& io);
 // summary line.
 int RunList(const CommandLine& line, ToolIo& io);
 
-// verify PACKAGE: decodes the whole package and walks every record, reporting each
-// problem, then checks its digest (digest.h): a wrong one is one more problem, else the
-// line before the summary says "digest ok (...)" or "no digest". kExitFailure when there
-// is any problem.
+// verify PACKAGE [--pubkey FILE]: with --pubkey, first CheckPackageSignature (a bad
+// or missing signature fails at once); then decodes the whole package and walks every
+// record, reporting each problem, then checks its digest (digest.h): a wrong one is one
+// more problem, else the line before the summary says "digest ok (...)" or "no digest".
+// kExitFailure when there is any problem.
 int RunVerify(const CommandLine& line, ToolIo& io);
+
+// sign PACKAGE --key FILE [--password-file FILE]: SignPackage, then one line; a
+// missing --key is a usage error.
+int RunSign(const CommandLine& line, ToolIo& io);
 
 // compress IN OUT and decompress IN OUT [--limit N]: the codec on single files.
 int RunCompress(const CommandLine& line, ToolIo& io);

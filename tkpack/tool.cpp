@@ -80,9 +80,22 @@ const std::vector<ToolCommand>& ToolCommands() {
         1,
         "check every record of a package",
         "Decodes the whole package and walks every record without installing anything;\n"
-        "reports each problem with the record's position. Exit status 1 when there is any.",
-        {}},
+        "reports each problem with the record's position. Exit status 1 when there is any.\n"
+        "With --pubkey, first checks the package's minisign signature PACKAGE.minisig\n"
+        "against the public key and stops with status 1 when it is missing or bad.",
+        {{"--pubkey", Value::kText, "FILE", "check PACKAGE.minisig against this public key"}}},
        RunVerify},
+      {{"sign",
+        "PACKAGE",
+        1,
+        "sign a package with a minisign secret key",
+        "Writes the detached signature PACKAGE.minisig with the secret key, in the format\n"
+        "of minisign (checked with 'minisign -Vm PACKAGE -p PUBLIC_KEY_FILE'). A key with\n"
+        "a password asks for it on the terminal unless --password-file names a file\n"
+        "whose first line it is.",
+        {{"--key", Value::kText, "SECRET_KEY_FILE", "the minisign secret key (required)"},
+         {"--password-file", Value::kText, "FILE", "read the key's password from FILE"}}},
+       RunSign},
       {{"compress",
         "IN OUT",
         2,
@@ -115,7 +128,7 @@ std::string ToolUsage() {
 
 std::string ToolHelp() {
   std::string help = ToolUsage() +
-                     "\nBuilds, checks, installs, lists and verifies TAVIK package files.\n"
+                     "\nBuilds, checks, installs, lists, verifies and signs TAVIK package files.\n"
                      "\nCommands:\n";
   for (const ToolCommand& command : ToolCommands()) {
     std::string name = std::string("  ") + command.syntax.name;

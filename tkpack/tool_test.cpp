@@ -79,7 +79,9 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
       {{"install", "--help", "x"}, install},
       {{"header", "--help"}, "usage: tkpack header PACKAGE\n"},
       {{"list", "--long", "--help"}, "usage: tkpack list PACKAGE [--long]\n"},
-      {{"verify", "--help"}, "usage: tkpack verify PACKAGE\n"},
+      {{"verify", "--help"}, "usage: tkpack verify PACKAGE [--pubkey FILE]\n"},
+      {{"sign", "--help"},
+       "usage: tkpack sign PACKAGE [--key SECRET_KEY_FILE] [--password-file FILE]\n"},
       {{"compress", "--help"}, "usage: tkpack compress IN OUT\n"}};
   for (const auto& [words, start] : help) {
     const test::ChildResult result = Run(words);

@@ -1,5 +1,6 @@
-// tkpack verify: decodes a whole package into a private temporary directory and walks
-// every record with the installer's reader, writing nothing else.
+// tkpack verify: checks the package's signature when asked to, then decodes the whole
+// package into a private temporary directory and walks every record with the
+// installer's reader, writing nothing else.
 #include <string>
 
 #include "package/record_reader.h"
@@ -7,6 +8,7 @@
 #include "tkpack/digest.h"
 #include "tkpack/file_watcher.h"
 #include "tkpack/opened_package.h"
+#include "tkpack/package_signature.h"
 #include "tkpack/record_report.h"
 #include "tkpack/tool.h"
 
@@ -37,8 +39,15 @@ void PrintReport(const std::string& packagePath, const VerifyReport& report,
 
 int RunVerify(const CommandLine& line, ToolIo& io) {
   const std::string& packagePath = line.operands[0];
-  OpenedPackage opened;
   std::string error;
+  if (line.Has("--pubkey")) {
+    std::string signatureReport;
+    if (!CheckPackageSignature(packagePath, line.Value("--pubkey", ""), signatureReport, error)) {
+      return ReportFailure(io, error);
+    }
+    std::fprintf(io.out, "%s\n", signatureReport.c_str());
+  }
+  OpenedPackage opened;
   VerifyReport report;
   DigestCheck digest;
   {

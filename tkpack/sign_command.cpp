@@ -1,0 +1,25 @@
+// tkpack sign: writes PACKAGE.minisig with a minisign secret key.
+#include <string>
+
+#include "tkpack/commands.h"
+#include "tkpack/package_signature.h"
+#include "tkpack/tool.h"
+
+namespace tk {
+
+int RunSign(const CommandLine& line, ToolIo& io) {
+  const std::string& packagePath = line.operands[0];
+  if (!line.Has("--key")) {
+    std::fprintf(io.err, "tkpack: sign: option '--key' is required (see 'tkpack sign --help')\n");
+    return kExitUsage;
+  }
+  std::string error;
+  if (!SignPackage(packagePath, line.Value("--key", ""), line.Value("--password-file", ""),
+                   error)) {
+    return ReportFailure(io, error);
+  }
+  std::fprintf(io.out, "signed %s (%s)\n", packagePath.c_str(), SignaturePath(packagePath).c_str());
+  return kExitSuccess;
+}
+
+}  // namespace tk
