@@ -23,6 +23,15 @@ struct ToolIo {
   bool errIsTerminal = false;
 };
 
+// The option that names the public key a package's signature must match.
+inline constexpr const char* kPubkeyOption = "--pubkey";
+
+// With kPubkeyOption on `line`: CheckPackageSignature of `packagePath` against that key,
+// its report printed on io.out when `printReport`. False after printing the failure on
+// io.err (the command then ends with kExitFailure); true without the option.
+bool CheckSignatureOption(const CommandLine& line, const std::string& packagePath, ToolIo& io,
+                          bool printReport);
+
 // Prints "tkpack: " + `message` and a LF to io.err; returns kExitFailure.
 int ReportFailure(ToolIo& io, const std::string& message);
 

@@ -1,4 +1,5 @@
-// tkpack sign: writes PACKAGE.minisig with a minisign secret key.
+// tkpack sign: writes PACKAGE.minisig with a minisign secret key; and the --pubkey check
+// that verify and install make before anything else.
 #include <string>
 
 #include "tkpack/commands.h"
@@ -20,6 +21,18 @@ int RunSign(const CommandLine& line, ToolIo& io) {
   }
   std::fprintf(io.out, "signed %s (%s)\n", packagePath.c_str(), SignaturePath(packagePath).c_str());
   return kExitSuccess;
+}
+
+bool CheckSignatureOption(const CommandLine& line, const std::string& packagePath, ToolIo& io,
+                          bool printReport) {
+  if (!line.Has(kPubkeyOption)) return true;
+  std::string report, error;
+  if (!CheckPackageSignature(packagePath, line.Value(kPubkeyOption, ""), report, error)) {
+    ReportFailure(io, error);
+    return false;
+  }
+  if (printReport) std::fprintf(io.out, "%s\n", report.c_str());
+  return true;
 }
 
 }  // namespace tk

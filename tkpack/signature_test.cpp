@@ -117,7 +117,8 @@ TEST_F(Signatures, InteroperateWithMinisignBothWays) {
                               "x.pkg.minisig", "y.pkg", "y.pkg.minisig"}));
 }
 
-// A bad, missing or unreadable signature or key stops verify before anything else.
+// A bad, missing or unreadable signature or key stops verify, and install (also with
+// --trust), before anything else.
 TEST_F(Signatures, VerifyRefusesWhatDoesNotMatch) {
   const string id = MakeKeys("k");
   const string otherId = MakeKeys("o");
@@ -146,6 +147,11 @@ TEST_F(Signatures, VerifyRefusesWhatDoesNotMatch) {
     std::filesystem::remove(Path("x.pkg.minisig"));
     if (!signature.empty()) WriteFile("x.pkg.minisig", signature);
     Expect({"verify", "x.pkg", "--pubkey", publicKey}, kExitFailure, "", "tkpack: " + error + "\n");
+    for (const char* trust : {"--quiet", "--trust"}) {
+      Expect({"install", "x.pkg", "dest", trust, "--pubkey", publicKey}, kExitFailure, "",
+             "tkpack: " + error + "\n");
+      EXPECT_FALSE(Exists("dest"));
+    }
   }
   std::filesystem::remove(Path("x.pkg.minisig"));
   std::filesystem::create_directory(Path("x.pkg.minisig"));
@@ -153,6 +159,11 @@ TEST_F(Signatures, VerifyRefusesWhatDoesNotMatch) {
          "tkpack: cannot read signature file x.pkg.minisig: Is a directory\n");
   Expect({"verify", "x.pkg"}, kExitSuccess, "x.pkg: no digest\nx.pkg: ok, 1 records\n",
          "");  // no --pubkey
+  std::filesystem::remove(Path("x.pkg.minisig"));
+  ASSERT_TRUE(WriteFile("x.pkg.minisig", good) && WriteFile("x.pkg", package));
+  const test::ChildResult installed = Run({"install", "x.pkg", "dest", "--pubkey", "k.pub"});
+  EXPECT_EQ(installed.exitStatus, kExitSuccess) << installed.err;
+  EXPECT_TRUE(installed.out.starts_with("x.pkg: signature ok, key " + id)) << installed.out;
 }
 
 // sign fails with a message and leaves any older signature as it was, and nothing else.

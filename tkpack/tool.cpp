@@ -27,6 +27,9 @@ const OptionSyntax kBaseOption = {"--base", Value::kText, "DIR",
                                   "resolve sources against DIR (default: the description's "
                                   "directory)"};
 
+const OptionSyntax kPubkeyOptionSyntax = {kPubkeyOption, Value::kText, "FILE",
+                                          "check PACKAGE.minisig against this public key"};
+
 const std::vector<ToolCommand>& ToolCommands() {
   static const std::vector<ToolCommand> commands = {
       {{"build",
@@ -55,10 +58,12 @@ const std::vector<ToolCommand>& ToolCommands() {
         "and refuses it, writing nothing, when any record would act outside DESTDIR\n"
         "(a \"..\" or absolute name, a record before the first [Dir], a path through a\n"
         "symbolic link that leads out) or is malformed; while installing it never\n"
-        "follows a link out of DESTDIR.",
+        "follows a link out of DESTDIR. With --pubkey, the package's minisign signature\n"
+        "PACKAGE.minisig is checked before anything else, also with --trust.",
         {{"--quiet", Value::kNone, nullptr, "print no progress lines"},
          {"--trust", Value::kNone, nullptr,
-          "skip the checks and install exactly as tkinstall does"}}},
+          "skip the checks and install exactly as tkinstall does"},
+         kPubkeyOptionSyntax}},
        RunInstall},
       {{"header",
         "PACKAGE",
@@ -83,7 +88,7 @@ const std::vector<ToolCommand>& ToolCommands() {
         "reports each problem with the record's position. Exit status 1 when there is any.\n"
         "With --pubkey, first checks the package's minisign signature PACKAGE.minisig\n"
         "against the public key and stops with status 1 when it is missing or bad.",
-        {{"--pubkey", Value::kText, "FILE", "check PACKAGE.minisig against this public key"}}},
+        {kPubkeyOptionSyntax}},
        RunVerify},
       {{"sign",
         "PACKAGE",

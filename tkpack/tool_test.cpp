@@ -69,7 +69,8 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const string tool =
       "usage: tkpack COMMAND ARGUMENTS... [--help]\n       tkpack --help | --version\n";
   const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest]\n";
-  const string install = "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust]\n";
+  const string install =
+      "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust] [--pubkey FILE]\n";
   const string decompress = "usage: tkpack decompress IN OUT [--limit N]\n";
   // Command words and the beginning of standard output.
   const std::pair<Words, string> help[] = {

@@ -39,14 +39,8 @@ void PrintReport(const std::string& packagePath, const VerifyReport& report,
 
 int RunVerify(const CommandLine& line, ToolIo& io) {
   const std::string& packagePath = line.operands[0];
+  if (!CheckSignatureOption(line, packagePath, io, true)) return kExitFailure;
   std::string error;
-  if (line.Has("--pubkey")) {
-    std::string signatureReport;
-    if (!CheckPackageSignature(packagePath, line.Value("--pubkey", ""), signatureReport, error)) {
-      return ReportFailure(io, error);
-    }
-    std::fprintf(io.out, "%s\n", signatureReport.c_str());
-  }
   OpenedPackage opened;
   VerifyReport report;
   DigestCheck digest;
