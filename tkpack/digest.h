@@ -85,7 +85,7 @@ DigestCheck CheckStreamDigest(FILE* decodedStream);
 // of its bit stream whatever follows, and those bytes (after the 4-byte length) are here
 // with at most one of them different. So a damaged byte there, which makes the decoded
 // start garbage, still shows that a digest belongs in the package (pinned by
-// Digest.EveryFlippedByteIsCaught).
+// Digest.EveryDamagedByteIsCaught).
 bool CompressedStartShowsDigest(const std::string& packagePath);
 
 // CheckStreamDigest of the package decoded into `decodedStream`, where a digest that is
