@@ -34,6 +34,10 @@ struct BuildOptions {
   // compressed, to check or patch it in place. A non-empty result fails the build with
   // that text as the error.
   std::function<std::string(const std::string& streamPath)> beforeCompression;
+  // Directory captures list files and subdirectories in byte order of their names
+  // instead of the order the file system returns them, so that the record stream
+  // depends only on the tree's names and contents.
+  bool sortNames = false;
 };
 
 class TkPackage {
@@ -130,6 +134,7 @@ class TkPackage {
                              const std::vector<std::string>* excludeDirs, bool perlEncode);
 
   std::string error_;
+  bool sortCaptures_ = false;  // BuildOptions::sortNames of the build under way
 };
 
 }  // namespace tk

@@ -44,6 +44,12 @@ bool TkPackage::BuildPackage(const char* descriptionPath, const char* baseDirect
 bool TkPackage::Build(const char* descriptionPath, const char* baseDirectory,
                       const char* packagePath, const BuildOptions& options) {
   error_.clear();
+  sortCaptures_ = options.sortNames;
+  // Direct AddPackageEntry calls after the build capture in listing order again.
+  struct SortReset {
+    bool& sort;
+    ~SortReset() { sort = false; }
+  } reset{sortCaptures_};
   if (descriptionPath == nullptr) return Fail("No description file");
   std::string base = baseDirectory != nullptr ? baseDirectory : "";
   NormalizeWhitespace(base);

@@ -1,5 +1,6 @@
 // TkPackage::AddPackageEntry: the records of single files, directory removals, text
 // directories and whole directory captures, written to the builder's open stream.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -104,6 +105,7 @@ bool TkPackage::CaptureDirectory(const std::string& sourcePath, PackageRecordWri
                                  const std::vector<std::string>* excludeDirs, bool perlEncode) {
   std::vector<std::string> files;
   ListFiles(sourcePath.c_str(), nullptr, files);
+  if (sortCaptures_) std::sort(files.begin(), files.end());
   std::string prefix = sourcePath;
   AddTrailingSlash(prefix);
   for (const std::string& name : files) {
@@ -122,6 +124,7 @@ bool TkPackage::CaptureSubdirectories(const std::string& sourcePath, PackageReco
                                       bool perlEncode) {
   std::vector<std::string> directories;
   ListDirectories(sourcePath.c_str(), nullptr, directories);
+  if (sortCaptures_) std::sort(directories.begin(), directories.end());
   for (const std::string& name : directories) {
     if (MatchesAnyPattern(excludeDirs, name)) continue;
     std::string source = sourcePath;

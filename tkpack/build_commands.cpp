@@ -48,7 +48,8 @@ int RunBuild(const CommandLine& line, ToolIo& io) {
   const std::string& description = line.operands[0];
   const std::string& packagePath = line.operands[1];
   const std::optional<std::string> base = BaseDirectory(line);
-  const BuildOptions options = line.Has(kDigestOption) ? DigestBuildOptions() : BuildOptions();
+  BuildOptions options = line.Has(kDigestOption) ? DigestBuildOptions() : BuildOptions();
+  options.sortNames = line.Has(kSortOption);
   TkPackage package;
   bool built = false;
   {

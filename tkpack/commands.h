@@ -23,6 +23,11 @@ struct ToolIo {
   bool errIsTerminal = false;
 };
 
+// The option of build and check that lists every directory capture in byte order of its
+// names, for packages that depend only on the tree's names and contents. (A check
+// captures nothing, so there it only keeps the two command lines alike.)
+inline constexpr const char* kSortOption = "--sort";
+
 // The option that names the public key a package's signature must match.
 inline constexpr const char* kPubkeyOption = "--pubkey";
 

@@ -27,6 +27,10 @@ const OptionSyntax kBaseOption = {"--base", Value::kText, "DIR",
                                   "resolve sources against DIR (default: the description's "
                                   "directory)"};
 
+const OptionSyntax kSortOptionSyntax = {
+    kSortOption, Value::kNone, nullptr,
+    "capture directories in byte order of names (reproducible packages)"};
+
 const OptionSyntax kPubkeyOptionSyntax = {kPubkeyOption, Value::kText, "FILE",
                                           "check PACKAGE.minisig against this public key"};
 
@@ -38,16 +42,19 @@ const std::vector<ToolCommand>& ToolCommands() {
         "build a package from a description file",
         "Reads the description file and writes the package file. With --digest, the\n"
         "package's header begins with a \"Digest = sha256:...\" line, the SHA-256 of its\n"
-        "record stream, which verify checks.",
+        "record stream, which verify checks. With --sort, directory captures list their\n"
+        "files and subdirectories in byte order of their names, so that the same tree\n"
+        "gives the same package whatever order its files were made in.",
         {kBaseOption,
-         {"--digest", Value::kNone, nullptr, "write an integrity digest into the header"}}},
+         {"--digest", Value::kNone, nullptr, "write an integrity digest into the header"},
+         kSortOptionSyntax}},
        RunBuild},
       {{"check",
         "DESCRIPTION",
         1,
         "validate a description file, writing nothing",
         "Checks every command and source of the description file; writes nothing.",
-        {kBaseOption}},
+        {kBaseOption, kSortOptionSyntax}},
        RunCheck},
       {{"install",
         "PACKAGE DESTDIR",

@@ -68,7 +68,7 @@ class Tkpack : public test::TempDirTest {
 TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const string tool =
       "usage: tkpack COMMAND ARGUMENTS... [--help]\n       tkpack --help | --version\n";
-  const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest]\n";
+  const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest] [--sort]\n";
   const string install =
       "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust] [--pubkey FILE]\n";
   const string decompress = "usage: tkpack decompress IN OUT [--limit N]\n";
@@ -76,7 +76,7 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const std::pair<Words, string> help[] = {
       {{"--version"}, "tkpack 1."},
       {{"--help"}, tool + "\nBuilds, checks"},
-      {{"check", "d.txt", "--help"}, "usage: tkpack check DESCRIPTION [--base DIR]\n"},
+      {{"check", "d.txt", "--help"}, "usage: tkpack check DESCRIPTION [--base DIR] [--sort]\n"},
       {{"install", "--help", "x"}, install},
       {{"header", "--help"}, "usage: tkpack header PACKAGE\n"},
       {{"list", "--long", "--help"}, "usage: tkpack list PACKAGE [--long]\n"},
