@@ -84,9 +84,13 @@ Tree TempDir::Snapshot(const std::string& relative) const {
   Tree tree;
   const fs::path top = Path(relative);
   for (const auto& entry : fs::recursive_directory_iterator(top)) {
-    const std::string name = fs::relative(entry.path(), top).string();
-    tree[name] =
-        entry.is_directory() ? "dir" : ModeAndBytes(entry.path(), ReadWholeFile(entry.path()));
+    const std::string name = entry.path().lexically_relative(top).string();
+    if (entry.is_symlink()) {
+      tree[name] = "->" + fs::read_symlink(entry.path()).string();
+    } else {
+      tree[name] =
+          entry.is_directory() ? "dir" : ModeAndBytes(entry.path(), ReadWholeFile(entry.path()));
+    }
   }
   return tree;
 }

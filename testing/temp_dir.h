@@ -14,8 +14,8 @@
 
 namespace tk::test {
 
-// Relative path -> "dir" for a directory, or the octal mode bits, ":" and the bytes of
-// a file ("644:abc").
+// Relative path -> "dir" for a directory, "->" and the target for a symbolic link (never
+// followed), or the octal mode bits, ":" and the bytes of a file ("644:abc").
 using Tree = std::map<std::string, std::string>;
 
 // Replaces the file at `path` with `bytes`, creating missing parent directories. False

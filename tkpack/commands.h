@@ -79,6 +79,18 @@ int RunVerify(const CommandLine& line, ToolIo& io);
 // missing --key is a usage error.
 int RunSign(const CommandLine& line, ToolIo& io);
 
+// diff PACKAGE DIR [--extra] [--quiet]: DIR against what the package makes of it
+// (tree_model.h): one line per difference (tree_compare.h), kExitSuccess when there is
+// none, kExitFailure when there is any or the package cannot be followed.
+int RunDiff(const CommandLine& line, ToolIo& io);
+
+// uninstall PACKAGE DIR [--force] [--dry-run] [--quiet]: removes the files the package
+// installed whose content is still what it put there (changed ones only with --force),
+// then the directories it makes that are left empty, deepest first; never DIR itself,
+// never a file the package does not know, never through a link leading outside.
+// kExitFailure when anything was kept.
+int RunUninstall(const CommandLine& line, ToolIo& io);
+
 // compress IN OUT and decompress IN OUT [--limit N]: the codec on single files.
 int RunCompress(const CommandLine& line, ToolIo& io);
 int RunDecompress(const CommandLine& line, ToolIo& io);

@@ -58,6 +58,8 @@ class OpenedPackage {
   std::string decodedPath() const {
     return SiblingTempPath(directory_.path() + "/" + kDecodedName);
   }
+  // The private directory, for other scratch files of the same run.
+  const std::string& scratchDirectory() const { return directory_.path(); }
 
  private:
   static constexpr const char* kDecodedName = "package";

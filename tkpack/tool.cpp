@@ -97,6 +97,33 @@ const std::vector<ToolCommand>& ToolCommands() {
         "against the public key and stops with status 1 when it is missing or bad.",
         {kPubkeyOptionSyntax}},
        RunVerify},
+      {{"diff",
+        "PACKAGE DIR",
+        2,
+        "compare a directory with what a package installs",
+        "Follows the package's records without writing anything and compares DIR with\n"
+        "the tree they make: one line per difference, \"missing\", \"notdir\",\n"
+        "\"notfile\", \"size\", \"content\", \"mode\" (execute bits), \"removed\" (a path the\n"
+        "package removes is there), \"outside\" (a link on the way leads out of DIR),\n"
+        "\"extra\" (with --extra: not the package's). Text conversions count: a file is\n"
+        "compared with what [TextFile] and [TextDir] make of it. Exit status 0 when DIR\n"
+        "matches, 1 when it does not.",
+        {{"--extra", Value::kNone, nullptr, "also list what the package does not know"},
+         {"--quiet", Value::kNone, nullptr, "print nothing; the exit status tells"}}},
+       RunDiff},
+      {{"uninstall",
+        "PACKAGE DIR",
+        2,
+        "remove what a package installed",
+        "Removes the files of the package whose content is still what it installed, then\n"
+        "the directories it makes that are left empty, deepest first. Files changed since\n"
+        "are kept and listed, files the package does not know are never touched, DIR\n"
+        "itself stays, and no symbolic link is followed out of DIR. Exit status 1 when\n"
+        "anything was kept.",
+        {{"--force", Value::kNone, nullptr, "remove changed files too"},
+         {"--dry-run", Value::kNone, nullptr, "only list what would go"},
+         {"--quiet", Value::kNone, nullptr, "print nothing; the exit status tells"}}},
+       RunUninstall},
       {{"sign",
         "PACKAGE",
         1,
