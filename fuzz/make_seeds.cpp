@@ -115,7 +115,7 @@ bool WriteCodecSeeds(SeedWriter& out, const std::string& stream) {
 
 bool WriteStreamSeeds(SeedWriter& out, const std::string& stream, const std::string& perl) {
   const std::string header = "TAVIK PACKAGE FILE\n1\n[HEADER]\nVersion = 1\n";
-  for (const char* target : {"install_package", "record_walk"}) {
+  for (const char* target : {"install_package", "record_walk", "diff_uninstall"}) {
     if (!out.Write(target, "built", stream) || !out.Write(target, "perl", perl) ||
         !out.Write(target, "header", header)) {
       return false;

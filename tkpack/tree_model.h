@@ -6,6 +6,11 @@
 // that held nothing else: what `tkpack diff` compares a directory with and what `tkpack
 // uninstall` takes out again.
 //
+// One thing of the installer it does not follow: InstallPackage decodes the package into
+// the installation directory, so a [TextDir] of that directory (or a [TextFile] of that
+// copy) rewrites the very stream it is reading, and files after it may then differ from
+// the model. tkpack install decodes elsewhere and installs what the model says.
+//
 // Paths are relative to the installation directory, "/"-separated, without empty or
 // "." components ("" is the directory itself). Memory grows with the number of paths,
 // never with the contents.
