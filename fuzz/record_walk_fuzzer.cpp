@@ -99,8 +99,8 @@ void CheckVerifyReport(FILE* stream, const WalkState& walked) {
   Expect(report.records == walked.index, "verify counts other records than the walk: ",
          std::to_string(report.records) + " against " + std::to_string(walked.index));
   Expect(!walked.problems || !report.problems.empty(), "verify misses a malformed record");
-  for (const std::string& problem : report.problems) {
-    Expect(!problem.empty(), "verify reports an empty problem");
+  for (const tk::Problem& problem : report.problems) {
+    Expect(!problem.message.empty(), "verify reports an empty problem");
   }
 }
 

@@ -63,7 +63,7 @@ void GuardedInstall(const std::string& packagePath, const std::string& destinati
   if (!opened.Open(packagePath, attempt.error)) return;
   const DigestCheck digest = CheckPackageDigest(packagePath, opened.stream());
   if (IsDigestProblem(digest)) {
-    attempt.hazards.problems.push_back(DigestCheckText(digest));
+    attempt.hazards.problems.push_back(StreamProblem(DigestCheckText(digest)));
     return;
   }
   TkPackage package;
@@ -74,8 +74,8 @@ void GuardedInstall(const std::string& packagePath, const std::string& destinati
 }
 
 int ReportRefusal(ToolIo& io, const std::string& packagePath, const VerifyReport& hazards) {
-  for (const std::string& hazard : hazards.problems) {
-    std::fprintf(io.err, "tkpack: %s: %s\n", packagePath.c_str(), hazard.c_str());
+  for (const Problem& hazard : hazards.problems) {
+    std::fprintf(io.err, "tkpack: %s: %s\n", packagePath.c_str(), hazard.Text().c_str());
   }
   const std::size_t count = hazards.problems.size();
   std::fprintf(io.err,

@@ -50,7 +50,7 @@ class HazardFinder {
  public:
   explicit HazardFinder(int root) : root_(root) {}
 
-  void Check(const PackageRecord& record, std::vector<std::string>& problems) {
+  void Check(const PackageRecord& record, std::vector<Problem>& problems) {
     problems_ = &problems;
     record_ = &record;
     const std::string inDirectory = Join(record.directory, record.name);
@@ -119,7 +119,7 @@ class HazardFinder {
   }
 
   int root_;
-  std::vector<std::string>* problems_ = nullptr;
+  std::vector<Problem>* problems_ = nullptr;
   const PackageRecord* record_ = nullptr;
 };
 
@@ -130,7 +130,7 @@ VerifyReport FindInstallHazards(PackageRecordReader& reader, const std::string& 
   if (root.get() < 0) return VerifyRecordStream(reader);
   HazardFinder finder(root.get());
   return VerifyRecordStream(reader,
-                            [&](const PackageRecord& record, std::vector<std::string>& problems) {
+                            [&](const PackageRecord& record, std::vector<Problem>& problems) {
                               finder.Check(record, problems);
                             });
 }

@@ -48,7 +48,8 @@ int RunList(const CommandLine& line, ToolIo& io) {
         break;
       case PackageRecordReader::Status::kMalformed:
         std::fflush(io.out);
-        return ReportFailure(io, BadPackage(packagePath) + ": " + MalformedRecordProblem(record));
+        return ReportFailure(
+            io, BadPackage(packagePath) + ": " + MalformedRecordProblem(record).Text());
       case PackageRecordReader::Status::kEnd:
         if (longFormat) {
           std::fprintf(

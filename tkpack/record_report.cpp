@@ -83,7 +83,7 @@ std::string SummaryLine(const ListTotals& totals, int64_t streamBytes, int64_t p
          " bytes, package " + std::to_string(packageBytes) + " bytes";
 }
 
-void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& problems) {
+void FindRecordProblems(const PackageRecord& record, std::vector<Problem>& problems) {
   if (record.kind == RecordKind::kFile && record.name.empty()) {
     problems.push_back(RecordProblem(record, "no name (empty \"Name = \" line)"));
   }
@@ -103,11 +103,20 @@ void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& p
   }
 }
 
-std::string RecordProblem(const PackageRecord& record, const std::string& what) {
-  return RecordPosition(record) + ": " + RecordLabel(record) + ": " + what;
+std::string Problem::Text() const { return where.empty() ? message : where + ": " + message; }
+
+Problem RecordProblem(const PackageRecord& record, const std::string& what) {
+  return {record.index,
+          record.offset,
+          RecordKindText(record),
+          RecordTarget(record),
+          RecordPosition(record) + ": " + RecordLabel(record),
+          what};
 }
 
-std::string MalformedRecordProblem(const PackageRecord& record) {
+Problem StreamProblem(const std::string& message) { return {0, 0, "", "", "", message}; }
+
+Problem MalformedRecordProblem(const PackageRecord& record) {
   const bool nameMissing =
       record.name.empty() && record.problem.find(kNameKey) != std::string::npos;
   if (record.kind == RecordKind::kFile && nameMissing) {
@@ -116,11 +125,14 @@ std::string MalformedRecordProblem(const PackageRecord& record) {
   return RecordProblem(record, record.problem);
 }
 
-std::string BadMagicProblem() {
-  return std::string(
-             "line 1 at byte 0: bad magic or version line (a package stream starts "
-             "with \"") +
-         kPackageMagic + "\" and a version line)";
+Problem BadMagicProblem() {
+  return {0,
+          0,
+          "",
+          "",
+          "line 1 at byte 0",
+          std::string("bad magic or version line (a package stream starts with \"") +
+              kPackageMagic + "\" and a version line)"};
 }
 
 VerifyReport VerifyRecordStream(PackageRecordReader& reader, const RecordCheck& extra) {

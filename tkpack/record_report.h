@@ -48,31 +48,48 @@ struct ListTotals {
 // "7 records: 2 directories, 3 files with 1234 bytes; stream 2000 bytes, package 900 bytes"
 std::string SummaryLine(const ListTotals& totals, int64_t streamBytes, int64_t packageBytes);
 
+// One thing wrong with a package: where it is and what it is.
+struct Problem {
+  int record = 0;       // 1-based ordinal of the record; 0 for the stream as a whole
+  int64_t offset = 0;   // byte offset of the record's section line (or of the line)
+  std::string kind;     // RecordKindText of the record ("" for the stream)
+  std::string target;   // RecordTarget of the record ("" for the stream)
+  std::string where;    // "record 3 at byte 57: [File] Bin/a", "line 1 at byte 0" or ""
+  std::string message;  // what is wrong
+
+  // `where` + ": " + `message` (just `message` when there is no `where`).
+  std::string Text() const;
+};
+
 // Appends to `problems` what is wrong with a record the reader handed out whole:
 // a [File] without a name, content cut short, a name that would escape the
 // installation directory, a record acting on the current directory before any [Dir].
-// Each problem reads "record N at byte B: [Kind] target: what".
-void FindRecordProblems(const PackageRecord& record, std::vector<std::string>& problems);
+// Each problem's text reads "record N at byte B: [Kind] target: what".
+void FindRecordProblems(const PackageRecord& record, std::vector<Problem>& problems);
 
-// "record N at byte B: [Kind] target: " + `what`: the form of every problem report.
-std::string RecordProblem(const PackageRecord& record, const std::string& what);
+// The problem `what` of `record`, at "record N at byte B: [Kind] target".
+Problem RecordProblem(const PackageRecord& record, const std::string& what);
 
-// The problem report of a record the reader found malformed (a missing key line or a
-// failed seek), in the same form.
-std::string MalformedRecordProblem(const PackageRecord& record);
+// The problem of a record the reader found malformed (a missing key line or a failed
+// seek), in the same form.
+Problem MalformedRecordProblem(const PackageRecord& record);
 
-// The report of a stream whose magic or version line is wrong or missing.
-std::string BadMagicProblem();
+// The problem of a stream whose magic or version line is wrong or missing, at "line 1
+// at byte 0".
+Problem BadMagicProblem();
+
+// A problem of the stream as a whole, with no position (a digest, say).
+Problem StreamProblem(const std::string& message);
 
 // The outcome of walking a whole record stream for `tkpack verify`.
 struct VerifyReport {
-  int records = 0;                    // records handed out, malformed ones included
-  std::vector<std::string> problems;  // in stream order
+  int records = 0;                // records handed out, malformed ones included
+  std::vector<Problem> problems;  // in stream order
 };
 
 // A further check of each record that the reader handed out whole and that has no
 // problem of its own; it appends what it finds.
-using RecordCheck = std::function<void(const PackageRecord&, std::vector<std::string>&)>;
+using RecordCheck = std::function<void(const PackageRecord&, std::vector<Problem>&)>;
 
 // Checks the magic and version lines, then walks every record to the end of the
 // stream and collects every problem (and what `extra` finds); a malformed record does

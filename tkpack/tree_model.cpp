@@ -55,7 +55,7 @@ std::string TreeModel::Normalize(const std::string& path) {
 }
 
 bool TreeModel::Replay(PackageRecordReader& reader, std::string& error) {
-  std::vector<std::string> problems;
+  std::vector<Problem> problems;
   if (!reader.ReadMagic()) problems.push_back(BadMagicProblem());
   PackageRecord record;
   for (PackageRecordReader::Status status;
@@ -68,7 +68,7 @@ bool TreeModel::Replay(PackageRecordReader& reader, std::string& error) {
     }
   }
   if (problems.empty()) return true;
-  error = problems.front();
+  error = problems.front().Text();
   return false;
 }
 

@@ -20,8 +20,8 @@ namespace {
 // summary line all the same.
 void PrintReport(const std::string& packagePath, const VerifyReport& report,
                  const DigestCheck& digest, FILE* out) {
-  for (const std::string& problem : report.problems) {
-    std::fprintf(out, "%s: %s\n", packagePath.c_str(), problem.c_str());
+  for (const Problem& problem : report.problems) {
+    std::fprintf(out, "%s: %s\n", packagePath.c_str(), problem.Text().c_str());
   }
   if (!IsDigestProblem(digest)) {
     std::fprintf(out, "%s: %s\n", packagePath.c_str(), DigestCheckText(digest).c_str());
@@ -57,7 +57,7 @@ int RunVerify(const CommandLine& line, ToolIo& io) {
     report = VerifyRecordStream(reader);
     digest = CheckPackageDigest(packagePath, opened.stream());
   }
-  if (IsDigestProblem(digest)) report.problems.push_back(DigestCheckText(digest));
+  if (IsDigestProblem(digest)) report.problems.push_back(StreamProblem(DigestCheckText(digest)));
   PrintReport(packagePath, report, digest, io.out);
   return report.problems.empty() ? kExitSuccess : kExitFailure;
 }
