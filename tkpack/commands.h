@@ -12,6 +12,7 @@
 
 #include "tkpack/command_line.h"
 #include "tkpack/file_watcher.h"
+#include "tkpack/package_signature.h"
 
 namespace tk {
 
@@ -28,14 +29,23 @@ struct ToolIo {
 // captures nothing, so there it only keeps the two command lines alike.)
 inline constexpr const char* kSortOption = "--sort";
 
+// The option of the reports (list, verify, header, diff) that prints one JSON document
+// instead of lines (json_report.h).
+inline constexpr const char* kJsonOption = "--json";
+
 // The option that names the public key a package's signature must match.
 inline constexpr const char* kPubkeyOption = "--pubkey";
 
-// With kPubkeyOption on `line`: CheckPackageSignature of `packagePath` against that key,
-// its report printed on io.out when `printReport`. False after printing the failure on
-// io.err (the command then ends with kExitFailure); true without the option.
+// How a command reports: lines, nothing but failures, or a JSON document.
+enum class Reporting { kLines, kQuiet, kJson };
+
+// With kPubkeyOption on `line`: CheckPackageSignature of `packagePath` against that key.
+// kLines prints its report on io.out; a failure is printed on io.err (and with kJson
+// also as a JSON document on io.out), and the result is false (the command then ends
+// with kExitFailure). True without the option. `facts`, when not null, receives what
+// the signature says.
 bool CheckSignatureOption(const CommandLine& line, const std::string& packagePath, ToolIo& io,
-                          bool printReport);
+                          Reporting reporting, SignatureFacts* facts = nullptr);
 
 // Prints "tkpack: " + `message` and a LF to io.err; returns kExitFailure.
 int ReportFailure(ToolIo& io, const std::string& message);

@@ -97,7 +97,10 @@ int RunInstall(const CommandLine& line, ToolIo& io) {
   const std::string& packagePath = line.operands[0];
   const std::string& destination = line.operands[1];
   const bool verbose = !line.Has(kQuietOption);
-  if (!CheckSignatureOption(line, packagePath, io, verbose)) return kExitFailure;
+  if (!CheckSignatureOption(line, packagePath, io,
+                            verbose ? Reporting::kLines : Reporting::kQuiet)) {
+    return kExitFailure;
+  }
   Attempt attempt;
   {
     OutputRelay relay;  // outlives the watcher that uses it

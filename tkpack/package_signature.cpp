@@ -90,7 +90,7 @@ bool SignPackage(const std::string& packagePath, const std::string& secretKeyPat
 }
 
 bool CheckPackageSignature(const std::string& packagePath, const std::string& publicKeyPath,
-                           std::string& report, std::string& error) {
+                           std::string& report, std::string& error, SignatureFacts* facts) {
   SecretBytes text;
   minisign::PublicKey key;
   if (const int failure = minisign::ReadMinisignFile(publicKeyPath, text); failure != 0) {
@@ -119,6 +119,7 @@ bool CheckPackageSignature(const std::string& packagePath, const std::string& pu
   }
   report = packagePath + ": signature ok, key " + minisign::KeyIdText(key.keyId) +
            ", trusted comment: " + signature.trustedComment;
+  if (facts != nullptr) *facts = {minisign::KeyIdText(key.keyId), signature.trustedComment};
   return true;
 }
 

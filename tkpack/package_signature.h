@@ -43,8 +43,14 @@ bool SignPackage(const std::string& packagePath, const std::string& secretKeyPat
 //   "bad signature file PACKAGE.minisig: PROBLEM"             (a ParseSignature error)
 //   "PACKAGE.minisig: " + a VerifyFile error (another key, the package unreadable or
 //       changed, the trusted comment changed)
+// What a good signature says, for reports that want the pieces (`facts` may be null).
+struct SignatureFacts {
+  std::string keyId;           // KeyIdText of the key that signed
+  std::string trustedComment;  // the signed comment
+};
 bool CheckPackageSignature(const std::string& packagePath, const std::string& publicKeyPath,
-                           std::string& report, std::string& error);
+                           std::string& report, std::string& error,
+                           SignatureFacts* facts = nullptr);
 
 }  // namespace tk
 

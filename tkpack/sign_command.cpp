@@ -3,6 +3,7 @@
 #include <string>
 
 #include "tkpack/commands.h"
+#include "tkpack/json_report.h"
 #include "tkpack/package_signature.h"
 #include "tkpack/tool.h"
 
@@ -24,14 +25,17 @@ int RunSign(const CommandLine& line, ToolIo& io) {
 }
 
 bool CheckSignatureOption(const CommandLine& line, const std::string& packagePath, ToolIo& io,
-                          bool printReport) {
+                          Reporting reporting, SignatureFacts* facts) {
   if (!line.Has(kPubkeyOption)) return true;
   std::string report, error;
-  if (!CheckPackageSignature(packagePath, line.Value(kPubkeyOption, ""), report, error)) {
-    ReportFailure(io, error);
+  if (!CheckPackageSignature(packagePath, line.Value(kPubkeyOption, ""), report, error, facts)) {
+    if (reporting == Reporting::kJson)
+      ReportJsonFailure(io, packagePath, error);
+    else
+      ReportFailure(io, error);
     return false;
   }
-  if (printReport) std::fprintf(io.out, "%s\n", report.c_str());
+  if (reporting == Reporting::kLines) std::fprintf(io.out, "%s\n", report.c_str());
   return true;
 }
 

@@ -31,6 +31,9 @@ const OptionSyntax kSortOptionSyntax = {
     kSortOption, Value::kNone, nullptr,
     "capture directories in byte order of names (reproducible packages)"};
 
+const OptionSyntax kJsonOptionSyntax = {kJsonOption, Value::kNone, nullptr,
+                                        "print one JSON document (see tkpack(1))"};
+
 const OptionSyntax kPubkeyOptionSyntax = {kPubkeyOption, Value::kText, "FILE",
                                           "check PACKAGE.minisig against this public key"};
 
@@ -77,7 +80,7 @@ const std::vector<ToolCommand>& ToolCommands() {
         1,
         "print the header lines of a package",
         "Prints the \"key = value\" lines of the package's HEADER sections, one a line.",
-        {}},
+        {kJsonOptionSyntax}},
        RunHeader},
       {{"list",
         "PACKAGE",
@@ -85,7 +88,8 @@ const std::vector<ToolCommand>& ToolCommands() {
         "list the records of a package",
         "Prints one line per record in file order: its kind and the path it acts on,\n"
         "relative to the installation directory.",
-        {{"--long", Value::kNone, nullptr, "add content sizes and a summary line"}}},
+        {{"--long", Value::kNone, nullptr, "add content sizes and a summary line"},
+         kJsonOptionSyntax}},
        RunList},
       {{"verify",
         "PACKAGE",
@@ -95,7 +99,7 @@ const std::vector<ToolCommand>& ToolCommands() {
         "reports each problem with the record's position. Exit status 1 when there is any.\n"
         "With --pubkey, first checks the package's minisign signature PACKAGE.minisig\n"
         "against the public key and stops with status 1 when it is missing or bad.",
-        {kPubkeyOptionSyntax}},
+        {kPubkeyOptionSyntax, kJsonOptionSyntax}},
        RunVerify},
       {{"diff",
         "PACKAGE DIR",
@@ -109,7 +113,8 @@ const std::vector<ToolCommand>& ToolCommands() {
         "compared with what [TextFile] and [TextDir] make of it. Exit status 0 when DIR\n"
         "matches, 1 when it does not.",
         {{"--extra", Value::kNone, nullptr, "also list what the package does not know"},
-         {"--quiet", Value::kNone, nullptr, "print nothing; the exit status tells"}}},
+         {"--quiet", Value::kNone, nullptr, "print nothing; the exit status tells"},
+         kJsonOptionSyntax}},
        RunDiff},
       {{"uninstall",
         "PACKAGE DIR",

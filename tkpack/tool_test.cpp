@@ -78,9 +78,9 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
       {{"--help"}, tool + "\nBuilds, checks"},
       {{"check", "d.txt", "--help"}, "usage: tkpack check DESCRIPTION [--base DIR] [--sort]\n"},
       {{"install", "--help", "x"}, install},
-      {{"header", "--help"}, "usage: tkpack header PACKAGE\n"},
-      {{"list", "--long", "--help"}, "usage: tkpack list PACKAGE [--long]\n"},
-      {{"verify", "--help"}, "usage: tkpack verify PACKAGE [--pubkey FILE]\n"},
+      {{"header", "--help"}, "usage: tkpack header PACKAGE [--json]\n"},
+      {{"list", "--long", "--help"}, "usage: tkpack list PACKAGE [--long] [--json]\n"},
+      {{"verify", "--help"}, "usage: tkpack verify PACKAGE [--pubkey FILE] [--json]\n"},
       {{"sign", "--help"},
        "usage: tkpack sign PACKAGE [--key SECRET_KEY_FILE] [--password-file FILE]\n"},
       {{"compress", "--help"}, "usage: tkpack compress IN OUT\n"}};

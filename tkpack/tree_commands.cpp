@@ -15,6 +15,7 @@
 #include "tkpack/beneath.h"
 #include "tkpack/commands.h"
 #include "tkpack/file_watcher.h"
+#include "tkpack/json_report.h"
 #include "tkpack/opened_package.h"
 #include "tkpack/tool.h"
 #include "tkpack/tree_compare.h"
@@ -30,7 +31,7 @@ constexpr const char* kForceOption = "--force";
 constexpr const char* kDryRunOption = "--dry-run";
 
 // The package decoded and followed, and the directory opened: what both commands start
-// from. False after reporting what failed.
+// from.
 struct Replayed {
   OpenedPackage opened;
   TreeModel model;
@@ -40,28 +41,22 @@ struct Replayed {
     if (root >= 0) close(root);
   }
 
-  bool Open(const std::string& packagePath, const std::string& directory, ToolIo& io,
-            ProgressDisplay& display) {
-    std::string error;
+  // False with `error` saying what failed.
+  bool Open(const std::string& packagePath, const std::string& directory, ProgressDisplay& display,
+            std::string& error) {
     {
       FileProgressWatcher watcher(display,
                                   {{"decoding", packagePath, WatchedFile::Access::kReading}});
-      if (!opened.Open(packagePath, error)) {
-        watcher.Stop();
-        return ReportFailure(io, error) == kExitSuccess;
-      }
+      if (!opened.Open(packagePath, error)) return false;
     }
     PackageRecordReader reader(opened.stream());
     if (!model.Replay(reader, error)) {
-      return ReportFailure(io, packagePath + ": cannot follow its records: " + error) ==
-             kExitSuccess;
+      error = packagePath + ": cannot follow its records: " + error;
+      return false;
     }
     root = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (root < 0) {
-      return ReportFailure(io, "cannot open directory " + directory + ": " +
-                                   std::strerror(errno)) == kExitSuccess;
-    }
-    return true;
+    if (root < 0) error = "cannot open directory " + directory + ": " + std::strerror(errno);
+    return root >= 0;
   }
 };
 
@@ -168,15 +163,29 @@ class Uninstaller {
 }  // namespace
 
 int RunDiff(const CommandLine& line, ToolIo& io) {
+  const std::string& packagePath = line.operands[0];
+  const bool json = line.Has(kJsonOption), quiet = line.Has(kQuietOption);
   ProgressDisplay display(io.err, io.errIsTerminal);
   Replayed replayed;
-  if (!replayed.Open(line.operands[0], line.operands[1], io, display)) return kExitFailure;
+  std::string error;
+  if (!replayed.Open(packagePath, line.operands[1], display, error)) {
+    return json && !quiet ? ReportJsonFailure(io, packagePath, error) : ReportFailure(io, error);
+  }
   TreeComparer comparer(replayed.root, replayed.opened.stream(), replayed.opened.scratchDirectory(),
                         &display);
   const std::vector<TreeDifference> differences =
       comparer.Compare(replayed.model, line.Has(kExtraOption));
   display.Clear();
-  if (!line.Has(kQuietOption)) {
+  if (json && !quiet) {
+    Json document{{"package", packagePath},
+                  {"directory", line.operands[1]},
+                  {"matches", differences.empty()},
+                  {"differences", Json::array()}};
+    for (const TreeDifference& difference : differences) {
+      document["differences"].push_back(DifferenceJson(difference));
+    }
+    PrintJson(io.out, document);
+  } else if (!quiet) {
     for (const TreeDifference& difference : differences) {
       std::fprintf(io.out, "%s\n", DifferenceLine(difference).c_str());
     }
@@ -187,7 +196,10 @@ int RunDiff(const CommandLine& line, ToolIo& io) {
 int RunUninstall(const CommandLine& line, ToolIo& io) {
   ProgressDisplay display(io.err, io.errIsTerminal);
   Replayed replayed;
-  if (!replayed.Open(line.operands[0], line.operands[1], io, display)) return kExitFailure;
+  std::string error;
+  if (!replayed.Open(line.operands[0], line.operands[1], display, error)) {
+    return ReportFailure(io, error);
+  }
   TreeComparer comparer(replayed.root, replayed.opened.stream(), replayed.opened.scratchDirectory(),
                         &display);
   Uninstaller uninstaller(replayed, comparer, line);

@@ -7,6 +7,7 @@
 #include "tkpack/commands.h"
 #include "tkpack/digest.h"
 #include "tkpack/file_watcher.h"
+#include "tkpack/json_report.h"
 #include "tkpack/opened_package.h"
 #include "tkpack/package_signature.h"
 #include "tkpack/record_report.h"
@@ -35,11 +36,30 @@ void PrintReport(const std::string& packagePath, const VerifyReport& report,
   }
 }
 
+void PrintJsonReport(const std::string& packagePath, const VerifyReport& report,
+                     const DigestCheck& digest, const SignatureFacts* signature, FILE* out) {
+  Json document;
+  document["package"] = packagePath;
+  document["records"] = report.records;
+  document["ok"] = report.problems.empty();
+  if (signature != nullptr) document["signature"] = SignatureJson(*signature);
+  document["digest"] = DigestJson(digest);
+  document["problems"] = Json::array();
+  for (const Problem& problem : report.problems)
+    document["problems"].push_back(ProblemJson(problem));
+  PrintJson(out, document);
+}
+
 }  // namespace
 
 int RunVerify(const CommandLine& line, ToolIo& io) {
   const std::string& packagePath = line.operands[0];
-  if (!CheckSignatureOption(line, packagePath, io, true)) return kExitFailure;
+  const bool json = line.Has(kJsonOption);
+  SignatureFacts signature;
+  if (!CheckSignatureOption(line, packagePath, io, json ? Reporting::kJson : Reporting::kLines,
+                            &signature)) {
+    return kExitFailure;
+  }
   std::string error;
   OpenedPackage opened;
   VerifyReport report;
@@ -51,14 +71,19 @@ int RunVerify(const CommandLine& line, ToolIo& io) {
                   {"verifying", opened.decodedPath(), WatchedFile::Access::kReading}});
     if (!opened.Open(packagePath, error)) {
       watcher.Stop();
-      return ReportFailure(io, error);
+      return json ? ReportJsonFailure(io, packagePath, error) : ReportFailure(io, error);
     }
     PackageRecordReader reader(opened.stream());
     report = VerifyRecordStream(reader);
     digest = CheckPackageDigest(packagePath, opened.stream());
   }
   if (IsDigestProblem(digest)) report.problems.push_back(StreamProblem(DigestCheckText(digest)));
-  PrintReport(packagePath, report, digest, io.out);
+  if (json) {
+    PrintJsonReport(packagePath, report, digest, line.Has(kPubkeyOption) ? &signature : nullptr,
+                    io.out);
+  } else {
+    PrintReport(packagePath, report, digest, io.out);
+  }
   return report.problems.empty() ? kExitSuccess : kExitFailure;
 }
 
