@@ -36,3 +36,23 @@ function(tk_tests library)
     DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300)
 endfunction()
+
+# tk_gzip(OUTPUTS file...): rules that compress each file as Debian wants its manual
+# pages and changelogs (gzip -9n: best compression, no name or time stamp, so the same
+# input always gives the same bytes) into the current binary folder as NAME.gz. The
+# list of those .gz paths is set in OUTPUTS; a target that depends on them makes them.
+function(tk_gzip outputs)
+  set(result)
+  foreach(file ${ARGN})
+    get_filename_component(name ${file} NAME)
+    get_filename_component(source ${file} ABSOLUTE)
+    set(gz ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz)
+    add_custom_command(OUTPUT ${gz}
+      COMMAND gzip -9nc ${source} > ${gz}
+      DEPENDS ${source}
+      COMMENT "Compressing ${name}"
+      VERBATIM)
+    list(APPEND result ${gz})
+  endforeach()
+  set(${outputs} ${result} PARENT_SCOPE)
+endfunction()
