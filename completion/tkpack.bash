@@ -2,9 +2,9 @@
 #
 # Completes the commands; each command's options; the value of an option (a directory
 # after --base, any file after --key, --pubkey and --password-file); and the operands
-# by what each one is: a package (*.pkg) for install, header, list, verify and sign, a
-# description file (*.desc) for build and check, a directory for install's destination,
-# any file for the codec commands. Packages and description files are offered with the
+# by what each one is: a package (*.pkg) for install, header, list, verify, diff,
+# uninstall and sign, a description file (*.desc) for build and check, a directory for
+# the destination of install, diff and uninstall, any file for the codec commands. Packages and description files are offered with the
 # directories to walk into, and every file when none has the usual name ending.
 #
 # Installed as share/bash-completion/completions/tkpack, where bash-completion loads it
@@ -15,17 +15,20 @@
 
 # The commands, in the order of "tkpack --help".
 _tkpack_commands() {
-  echo build check install header list verify sign compress decompress
+  echo build check install header list verify diff uninstall sign compress decompress
 }
 
 # The options of command $1, --help included.
 _tkpack_options() {
   case $1 in
-    build) echo --base --digest ;;
-    check) echo --base ;;
+    build) echo --base --digest --sort ;;
+    check) echo --base --sort ;;
     install) echo --quiet --trust --pubkey ;;
-    list) echo --long ;;
-    verify) echo --pubkey ;;
+    header) echo --json ;;
+    list) echo --long --json ;;
+    verify) echo --pubkey --json ;;
+    diff) echo --extra --quiet --json ;;
+    uninstall) echo --force --dry-run --quiet ;;
     sign) echo --key --password-file ;;
     decompress) echo --limit ;;
   esac
@@ -49,7 +52,7 @@ _tkpack_operand() {
   case $1 in
     build) kinds=(desc pkg) ;;
     check) kinds=(desc) ;;
-    install) kinds=(pkg dir) ;;
+    install | diff | uninstall) kinds=(pkg dir) ;;
     header | list | verify | sign) kinds=(pkg) ;;
     compress | decompress) kinds=(file file) ;;
   esac

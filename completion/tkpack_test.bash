@@ -79,17 +79,19 @@ check() {
 all_files=(a.pkg b.pkg x.desc y.desc notes.txt key.pub "my file.pkg" -odd.pkg dest sub)
 
 # The commands and the tool's own options.
-check "tkpack " build check install header list verify sign compress decompress --help --version
+check "tkpack " build check install header list verify diff uninstall sign compress decompress --help --version
 check "tkpack ve" verify
 check "tkpack c" check compress
 check "tkpack --v" --version
 check "tkpack frobnicate "
 
 # Each command's options.
-check "tkpack build -" --base --digest --help
-check "tkpack check --" --base --help
+check "tkpack build -" --base --digest --sort --help
+check "tkpack check --" --base --sort --help
 check "tkpack install --" --quiet --trust --pubkey --help
-check "tkpack header -" --help
+check "tkpack header -" --json --help
+check "tkpack diff --" --extra --quiet --json --help
+check "tkpack uninstall --" --force --dry-run --quiet --help
 check "tkpack list --l" --long
 check "tkpack verify --p" --pubkey
 check "tkpack sign --" --key --password-file --help
@@ -113,7 +115,7 @@ check "tkpack verify no" notes.txt
 check "tkpack list -- -" -odd.pkg
 
 # Every operand given: the options are left.
-check "tkpack build x.desc out.pkg " --base --digest --help
+check "tkpack build x.desc out.pkg " --base --digest --sort --help
 check "tkpack install a.pkg dest " --quiet --trust --pubkey --help
 
 # Option values, as the next word or after "=".
