@@ -22,20 +22,19 @@ void Progress(bool verbose, const char* line) {
   std::fflush(stdout);
 }
 
-// The destination and its missing parents; the message of a failure, or "". (A free
-// function: nothing before the decompression calls a member, whose type check under
-// UBSan would need a descriptor that a full table may not have; see
+// The start of every installation: the destination with its missing parents, then the
+// first progress line. The message of a failure, or "". (A free function: nothing
+// before the decompression calls a member, whose type check under UBSan would need a
+// descriptor that a full table may not have; see
 // PackageFaultTest.InstallationWaitsForAFullDescriptorTable.)
-std::string MakeTarget(const std::string& destination) {
+std::string StartInstallation(const char* packagePath, const std::string& destination,
+                              bool verbose) {
   const std::string target = InstallDirectory(destination);
   if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
     return "cannot create target directory: " + target;
   }
-  return "";
-}
-
-void PrintStart(bool verbose, const char* packagePath) {
   if (verbose) std::printf("\nInstalling package %s", packagePath);
+  return "";
 }
 
 }  // namespace
@@ -44,10 +43,10 @@ bool TkPackage::InstallPackage(const char* packagePath, const char* destination,
   error_.clear();
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
-  if (std::string failure = MakeTarget(destinationArgument); !failure.empty()) {
+  if (std::string failure = StartInstallation(packagePath, destinationArgument, verbose != 0);
+      !failure.empty()) {
     return Fail(std::move(failure));
   }
-  PrintStart(verbose != 0, packagePath);
   const std::string tempPath = InstallTempPath(packagePath, destinationArgument);
   Progress(verbose != 0, "\nUncompressing package file");
   DecodedPackage decoded(tempPath);
@@ -68,10 +67,10 @@ bool TkPackage::InstallStream(FILE* stream, const char* packagePath, const char*
   error_.clear();
   if (packagePath == nullptr) return Fail("No package file");
   const std::string destinationArgument = destination != nullptr ? destination : "";
-  if (std::string failure = MakeTarget(destinationArgument); !failure.empty()) {
+  if (std::string failure = StartInstallation(packagePath, destinationArgument, verbose != 0);
+      !failure.empty()) {
     return Fail(std::move(failure));
   }
-  PrintStart(verbose != 0, packagePath);
   Progress(verbose != 0, "\nUncompressing package file");
   return ApplyStream(stream, packagePath, destinationArgument, verbose != 0, tree);
 }

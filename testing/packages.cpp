@@ -16,6 +16,19 @@ std::string FileRecord(const std::string& name, const std::string& content) {
 
 std::string DirRecord(const std::string& name) { return "[Dir]\nName = " + name + "\n\n"; }
 
+std::string ActionRecord(const std::string& kind, const std::string& name) {
+  return "[" + kind + "]\nName = " + name + "\n\n\n";
+}
+
+std::string RmDirRecord(const std::string& name, bool withSubdirs) {
+  return "[RmDir]\nName = " + name + "\nWithsubdir = " + (withSubdirs ? "YES" : "NO") + "\n\n";
+}
+
+std::string TextDirRecord(const std::string& name) {
+  const std::string line = "Name = " + name + "\n";
+  return "[TextDir]\n" + line + line + "\n\n";
+}
+
 bool WritePackage(const std::string& packagePath, const std::string& records) {
   auto codec = std::make_unique<LzhufCodec>();
   std::vector<uint8_t> packed;

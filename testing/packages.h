@@ -19,6 +19,16 @@ std::string FileRecord(const std::string& name, const std::string& content);
 // "[Dir]\nName = NAME\n\n", as the builder writes it.
 std::string DirRecord(const std::string& name);
 
+// "[KIND]\nName = NAME\n\n\n": a [RemoveFile], [Exec] or [TextFile] record (KIND
+// without its brackets), as the builder writes it.
+std::string ActionRecord(const std::string& kind, const std::string& name);
+
+// "[RmDir]\nName = NAME\nWithsubdir = YES\n\n" (or NO).
+std::string RmDirRecord(const std::string& name, bool withSubdirs);
+
+// "[TextDir]\nName = NAME\nName = NAME\n\n\n".
+std::string TextDirRecord(const std::string& name);
+
 // Compresses `records` (a plain record stream) into the package file `packagePath`.
 // False when the codec fails.
 bool WritePackage(const std::string& packagePath, const std::string& records);

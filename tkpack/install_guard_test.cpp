@@ -24,14 +24,14 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::string;
+using test::ActionRecord;
 using test::DirRecord;
 using test::FileRecord;
+using test::RmDirRecord;
+using test::TextDirRecord;
 using Names = std::vector<string>;
 
-string Action(const string& kind, const string& name) {
-  return "[" + kind + "]\nName = " + name + "\n\n\n";
-}
-string RmDir(const string& name) { return "[RmDir]\nName = " + name + "\nWithsubdir = YES\n\n"; }
+string RmDir(const string& name) { return RmDirRecord(name, true); }
 
 class TkpackGuard : public test::TempDirTest {
  protected:
@@ -71,31 +71,39 @@ TEST_F(TkpackGuard, RefusesEveryRecordThatWouldActOutside) {
       {{}, DirRecord("a/../../escape"), "record 1 at byte 21: [Dir] a/../../escape: name"},
       {{}, DirRecord("/abs"), "record 1 at byte 21: [Dir] /abs: name"},
       {{}, FileRecord("x", "x"), "record 1 at byte 21: [File] x: comes before"},
-      {{}, Action("Exec", "x"), "record 1 at byte 21: [Exec] x: comes before"},
-      {{}, Action("RemoveFile", "*"), "record 1 at byte 21: [RemoveFile] *: comes before"},
-      {{}, Action("TextFile", "t"), "record 1 at byte 21: [TextFile] t: comes before"},
+      {{}, ActionRecord("Exec", "x"), "record 1 at byte 21: [Exec] x: comes before"},
+      {{}, ActionRecord("RemoveFile", "*"), "record 1 at byte 21: [RemoveFile] *: comes before"},
+      {{}, ActionRecord("TextFile", "t"), "record 1 at byte 21: [TextFile] t: comes before"},
       {{}, dirs + FileRecord("../../outside/f", "x"), "record 2 at byte 39: [File] Bin/../.."},
       {{}, dirs + FileRecord("/etc/x", "x"), "record 2 at byte 39: [File] Bin//etc/x: name"},
       {{}, RmDir("../outside"), "record 1 at byte 21: [RmDir] ../outside: name"},
-      {{}, dirs + Action("RemoveFile", "../../outside/f"), "record 2 at byte 39: [RemoveFile]"},
-      {{}, dirs + Action("TextFile", "../../outside/t.txt"), "record 2 at byte 39: [TextFile]"},
       {{},
-       "[TextDir]\nName = ../outside\nName = ../outside\n\n\n",
-       "record 1 at byte 21: [TextDir]"},
-      {{}, dirs + Action("Exec", "../../outside/f"), "record 2 at byte 39: [Exec] Bin/../.."},
+       dirs + ActionRecord("RemoveFile", "../../outside/f"),
+       "record 2 at byte 39: [RemoveFile]"},
+      {{},
+       dirs + ActionRecord("TextFile", "../../outside/t.txt"),
+       "record 2 at byte 39: [TextFile]"},
+      {{}, TextDirRecord("../outside"), "record 1 at byte 21: [TextDir]"},
+      {{}, dirs + ActionRecord("Exec", "../../outside/f"), "record 2 at byte 39: [Exec] Bin/../.."},
       {{"dest/Lib->../outside"},
        DirRecord("Lib"),
        "record 1 at byte 21: [Dir] Lib: runs through the symbolic link Lib -> ../outside"},
       {{"dest/Lib->" + outside}, DirRecord("Lib/sub"), "[Dir] Lib/sub: runs through the symbolic"},
       {{"dest/Lib->" + outside}, DirRecord("Lib") + FileRecord("f", "x"), "[Dir] Lib: runs"},
       {{"dest/Bin/run->../../outside/f"}, dirs + FileRecord("run", "x"), "[File] Bin/run: runs"},
-      {{"dest/Bin/run->" + outside + "/f"}, dirs + Action("Exec", "run"), "[Exec] Bin/run: runs"},
-      {{"dest/Bin/t->../../outside/t.txt"}, dirs + Action("TextFile", "t"), "[TextFile] Bin/t"},
+      {{"dest/Bin/run->" + outside + "/f"},
+       dirs + ActionRecord("Exec", "run"),
+       "[Exec] Bin/run: runs"},
+      {{"dest/Bin/t->../../outside/t.txt"},
+       dirs + ActionRecord("TextFile", "t"),
+       "[TextFile] Bin/t"},
       {{"dest/Doc/t->../../outside/t.txt"},
-       "[TextDir]\nName = Doc\nName = Doc\n\n\n",
+       TextDirRecord("Doc"),
        "[TextDir] Doc: runs through the symbolic link Doc/t -> ../../outside/t.txt"},
       {{"dest/Old->../outside/dir"}, RmDir("Old"), "[RmDir] Old: runs through"},
-      {{"dest/Lib->../outside"}, DirRecord("Lib") + Action("RemoveFile", "*"), "[Dir] Lib: runs"},
+      {{"dest/Lib->../outside"},
+       DirRecord("Lib") + ActionRecord("RemoveFile", "*"),
+       "[Dir] Lib: runs"},
       {{"dest/Bin/hard->=outside/f"},
        dirs + FileRecord("hard", "x"),
        "[File] Bin/hard: Bin/hard has 2 hard links"},
@@ -121,10 +129,10 @@ TEST_F(TkpackGuard, RefusesEveryRecordThatWouldActOutside) {
 // Links that stay inside are followed; the tree is the one the engine makes with --trust,
 // and [RemoveFile] takes a link to the outside away as a link.
 TEST_F(TkpackGuard, InstallsWhatStaysInsideAsTheEngineDoes) {
-  const string records = DirRecord("Bin") + FileRecord("run", "r\r\n") + Action("Exec", "run") +
-                         Action("TextFile", "run") + Action("RemoveFile", "away") +
-                         DirRecord("Alias/sub") + FileRecord("x", "x") +
-                         "[TextDir]\nName = Doc\nName = Doc\n\n\n" + RmDir("Old");
+  const string records = DirRecord("Bin") + FileRecord("run", "r\r\n") +
+                         ActionRecord("Exec", "run") + ActionRecord("TextFile", "run") +
+                         ActionRecord("RemoveFile", "away") + DirRecord("Alias/sub") +
+                         FileRecord("x", "x") + TextDirRecord("Doc") + RmDir("Old");
   const Names links = {"dest/Alias->Bin", "dest/Bin/away->../../outside/f", "dest/Old->Bin/none"};
   test::Tree trees[2];
   for (int trusted = 0; trusted < 2; ++trusted) {
@@ -146,13 +154,13 @@ TEST_F(TkpackGuard, InstallsWhatStaysInsideAsTheEngineDoes) {
 // refuses links even inside.
 TEST_F(TkpackGuard, TheTreeNeverLeavesTheDestination) {
   const string dest = Path("dest") + "/";
-  const string textDir = "[TextDir]\nName = Txt\nName = Txt\n\n\n";
+  const string textDir = TextDirRecord("Txt");
   const std::tuple<bool, string, string, string> cases[] = {
       // component walk, a link, records, error
       {false, "dest/Lib->../outside", DirRecord("Lib/x"), "cannot create directory: Lib"},
-      {false, "dest/Bin/t->../../outside/t.txt", DirRecord("Bin") + Action("TextFile", "t"),
+      {false, "dest/Bin/t->../../outside/t.txt", DirRecord("Bin") + ActionRecord("TextFile", "t"),
        "Cannot set text file Bin/t"},
-      {false, "dest/Bin/t->../../outside/f", DirRecord("Bin") + Action("Exec", "t"),
+      {false, "dest/Bin/t->../../outside/f", DirRecord("Bin") + ActionRecord("Exec", "t"),
        "Cannot change file access rigths Bin/t"},
       {false, "dest/Bin/t->../../outside/f", DirRecord("Bin") + FileRecord("t", "x"),
        "Cannot create file Bin/t"},

@@ -19,16 +19,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::string;
+using test::ActionRecord;
 using test::DirRecord;
 using test::FileRecord;
+using test::RmDirRecord;
+using test::TextDirRecord;
 using Words = std::vector<string>;
-
-string Action(const string& kind, const string& name) {
-  return "[" + kind + "]\nName = " + name + "\n\n\n";
-}
-string RmDir(const string& name, bool sub) {
-  return "[RmDir]\nName = " + name + "\nWithsubdir = " + (sub ? "YES" : "NO") + "\n\n";
-}
 
 // The model as text: "path:size:conversions:x" per file, "path/" per directory, "-path"
 // per removed path.
@@ -70,19 +66,19 @@ TEST_F(TkpackTree, TheModelFollowsTheInstaller) {
   const string ab = DirRecord("a/./b//") + FileRecord("f", "12") + FileRecord(".h", "1");
   const std::pair<string, string> cases[] = {
       {ab, "a/ a/b/ a/b/.h:1:0 a/b/f:2:0 "},
-      {ab + Action("Exec", "f") + FileRecord("f", "3") + Action("TextFile", "f") +
-           Action("TextFile", "f") + Action("Exec", "none"),
+      {ab + ActionRecord("Exec", "f") + FileRecord("f", "3") + ActionRecord("TextFile", "f") +
+           ActionRecord("TextFile", "f") + ActionRecord("Exec", "none"),
        "a/ a/b/ a/b/.h:1:0 a/b/f:1:2:x "},
-      {ab + "[TextDir]\nName = a/b\nName = a/b\n\n\n", "a/ a/b/ a/b/.h:1:0 a/b/f:2:1 "},
-      {ab + Action("RemoveFile", "*") + Action("RemoveFile", "gone"),
+      {ab + TextDirRecord("a/b"), "a/ a/b/ a/b/.h:1:0 a/b/f:2:1 "},
+      {ab + ActionRecord("RemoveFile", "*") + ActionRecord("RemoveFile", "gone"),
        "a/ a/b/ a/b/.h:1:0 -a/b/f -a/b/gone "},
-      {ab + Action("RemoveFile", ".h") + Action("RemoveFile", "b") + DirRecord("a") +
-           Action("RemoveFile", "b"),
+      {ab + ActionRecord("RemoveFile", ".h") + ActionRecord("RemoveFile", "b") + DirRecord("a") +
+           ActionRecord("RemoveFile", "b"),
        "a/ a/b/ a/b/f:2:0 -a/b/.h -a/b/b "},
-      {ab + DirRecord("a/.k") + FileRecord("g", "") + DirRecord("a/c") + RmDir("a", true),
+      {ab + DirRecord("a/.k") + FileRecord("g", "") + DirRecord("a/c") + RmDirRecord("a", true),
        "a/ a/.k/ a/.k/g:0:0 -a/b -a/b/.h -a/b/f -a/c "},
-      {ab + RmDir("a/b", false) + FileRecord("f", "9"), "a/ a/b/ a/b/f:1:0 -a/b/.h "},
-      {DirRecord("") + FileRecord("top", "t") + RmDir("", false), "-top "},
+      {ab + RmDirRecord("a/b", false) + FileRecord("f", "9"), "a/ a/b/ a/b/f:1:0 -a/b/.h "},
+      {DirRecord("") + FileRecord("top", "t") + RmDirRecord("", false), "-top "},
       {FileRecord("x", ""),
        "error: record 1 at byte 21: [File] x: comes before any [Dir] "
        "record (would act on the installer's working directory)"},
@@ -96,9 +92,9 @@ TEST_F(TkpackTree, TheModelFollowsTheInstaller) {
 // uninstall then takes out what is still the package's and keeps the rest.
 TEST_F(TkpackTree, DiffAndUninstallAfterChanges) {
   const string records = DirRecord("Bin") + FileRecord("run", "#!/bin/sh\n") +
-                         Action("Exec", "run") + FileRecord("lib", "L") + DirRecord("Doc") +
-                         FileRecord("a.txt", "a\r\nb\r\n") + Action("TextFile", "a.txt") +
-                         FileRecord("old", "o") + Action("RemoveFile", "old") +
+                         ActionRecord("Exec", "run") + FileRecord("lib", "L") + DirRecord("Doc") +
+                         FileRecord("a.txt", "a\r\nb\r\n") + ActionRecord("TextFile", "a.txt") +
+                         FileRecord("old", "o") + ActionRecord("RemoveFile", "old") +
                          DirRecord("Doc/sub") + FileRecord("s", "s") + DirRecord("Empty");
   ASSERT_TRUE(test::WritePackage(Path("p.pkg"), test::kStreamStart + records));
   TkPackage engine;
