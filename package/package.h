@@ -34,6 +34,9 @@ struct BuildOptions {
   // compressed, to check or patch it in place. A non-empty result fails the build with
   // that text as the error.
   std::function<std::string(const std::string& streamPath)> beforeCompression;
+  // Threads that compress the record stream (LzhufEncodeOptions::threads): 1 is the
+  // single-threaded encoder; any number gives the same bytes.
+  int threads = 1;
 };
 
 class TkPackage {

@@ -1,7 +1,9 @@
 // tkpack build and tkpack check: the package builder behind a command line.
+#include <algorithm>
 #include <optional>
 #include <string>
 
+#include "lzhuf/lzhuf.h"
 #include "package/package.h"
 #include "package/temp_paths.h"
 #include "support/files.h"
@@ -16,6 +18,15 @@ namespace {
 
 constexpr const char* kBaseOption = "--base";
 constexpr const char* kDigestOption = "--digest";
+constexpr const char* kThreadsOption = "--threads";
+
+// The threads of --threads N; without it, or with 0, the processors available.
+int Threads(const CommandLine& line) {
+  uint64_t threads = 0;  // the parser has checked the number
+  ParseByteCount(line.Value(kThreadsOption, "0"), threads);
+  if (threads == 0) return LzhufAvailableThreads();
+  return static_cast<int>(std::min<uint64_t>(threads, kLzhufMaxThreads));
+}
 
 // The directory of the description file: sources resolve against it by default.
 // None (the working directory) for a bare file name.
@@ -48,7 +59,8 @@ int RunBuild(const CommandLine& line, ToolIo& io) {
   const std::string& description = line.operands[0];
   const std::string& packagePath = line.operands[1];
   const std::optional<std::string> base = BaseDirectory(line);
-  const BuildOptions options = line.Has(kDigestOption) ? DigestBuildOptions() : BuildOptions();
+  BuildOptions options = line.Has(kDigestOption) ? DigestBuildOptions() : BuildOptions();
+  options.threads = Threads(line);
   TkPackage package;
   bool built = false;
   {

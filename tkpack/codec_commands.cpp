@@ -1,5 +1,6 @@
 // tkpack compress and tkpack decompress: the LZHUF codec on single files, through its
 // memory front end so that the bytes can be counted for the progress display.
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,15 @@ namespace tk {
 namespace {
 
 constexpr const char* kLimitOption = "--limit";
+constexpr const char* kThreadsOption = "--threads";
+
+// The threads of --threads N; without it, or with 0, the processors available.
+int Threads(const CommandLine& line) {
+  uint64_t threads = 0;  // the parser has checked the number
+  ParseByteCount(line.Value(kThreadsOption, "0"), threads);
+  if (threads == 0) return LzhufAvailableThreads();
+  return static_cast<int>(std::min<uint64_t>(threads, kLzhufMaxThreads));
+}
 
 // A file source that reports every block it hands to the codec to the display.
 class CountingSource : public LzhufSource {
@@ -112,10 +122,13 @@ int RunCodec(const CommandLine& line, ToolIo& io, const char* verb, const char* 
 }  // namespace
 
 int RunCompress(const CommandLine& line, ToolIo& io) {
-  return RunCodec(line, io, "compress", "compressing",
-                  [](LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
-                    return LzhufEncode(codec, source, size, sink);
-                  });
+  LzhufEncodeOptions options;
+  options.threads = Threads(line);
+  return RunCodec(
+      line, io, "compress", "compressing",
+      [&options](LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
+        return LzhufEncode(codec, source, size, sink, options);
+      });
 }
 
 int RunDecompress(const CommandLine& line, ToolIo& io) {

@@ -201,12 +201,12 @@ TEST_F(Digest, BuildWritesTheDigestLine) {
   EXPECT_EQ(Snapshot("dest"), test::Tree({{"Bin", "dir"}, {"Bin/run.sh", "755:#!/bin/sh\n"}}));
   EXPECT_EQ(CountFilesEndingWith(".tk_temp"), 0);
   const string help = Run({"build", "--help"}).out;
-  EXPECT_TRUE(
-      help.starts_with("usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest]\n"
-                       "\nReads the description file and writes the package file. With "
-                       "--digest, the\npackage's header begins with a \"Digest = "
-                       "sha256:...\" line, the SHA-256 of its\nrecord stream, which "
-                       "verify checks.\n"));
+  EXPECT_TRUE(help.starts_with(
+      "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest] [--threads N]\n"
+      "\nReads the description file and writes the package file. With "
+      "--digest, the\npackage's header begins with a \"Digest = "
+      "sha256:...\" line, the SHA-256 of its\nrecord stream, which "
+      "verify checks.\n"));
   EXPECT_NE(help.find("\n  --digest        write an integrity digest into the header\n"),
             string::npos);
 }

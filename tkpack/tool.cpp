@@ -30,6 +30,10 @@ const OptionSyntax kBaseOption = {"--base", Value::kText, "DIR",
 const OptionSyntax kPubkeyOptionSyntax = {kPubkeyOption, Value::kText, "FILE",
                                           "check PACKAGE.minisig against this public key"};
 
+const OptionSyntax kThreadsOptionSyntax = {"--threads", Value::kByteCount, "N",
+                                           "compress with N threads, the same bytes (default: "
+                                           "the processors available, at most 8)"};
+
 const std::vector<ToolCommand>& ToolCommands() {
   static const std::vector<ToolCommand> commands = {
       {{"build",
@@ -40,7 +44,8 @@ const std::vector<ToolCommand>& ToolCommands() {
         "package's header begins with a \"Digest = sha256:...\" line, the SHA-256 of its\n"
         "record stream, which verify checks.",
         {kBaseOption,
-         {"--digest", Value::kNone, nullptr, "write an integrity digest into the header"}}},
+         {"--digest", Value::kNone, nullptr, "write an integrity digest into the header"},
+         kThreadsOptionSyntax}},
        RunBuild},
       {{"check",
         "DESCRIPTION",
@@ -106,7 +111,7 @@ const std::vector<ToolCommand>& ToolCommands() {
         2,
         "compress a file with the LZHUF codec",
         "Compresses the file IN into the file OUT.",
-        {}},
+        {kThreadsOptionSyntax}},
        RunCompress},
       {{"decompress",
         "IN OUT",

@@ -68,7 +68,8 @@ class Tkpack : public test::TempDirTest {
 TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const string tool =
       "usage: tkpack COMMAND ARGUMENTS... [--help]\n       tkpack --help | --version\n";
-  const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest]\n";
+  const string build =
+      "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest] [--threads N]\n";
   const string install =
       "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust] [--pubkey FILE]\n";
   const string decompress = "usage: tkpack decompress IN OUT [--limit N]\n";
@@ -83,7 +84,7 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
       {{"verify", "--help"}, "usage: tkpack verify PACKAGE [--pubkey FILE]\n"},
       {{"sign", "--help"},
        "usage: tkpack sign PACKAGE [--key SECRET_KEY_FILE] [--password-file FILE]\n"},
-      {{"compress", "--help"}, "usage: tkpack compress IN OUT\n"}};
+      {{"compress", "--help"}, "usage: tkpack compress IN OUT [--threads N]\n"}};
   for (const auto& [words, start] : help) {
     const test::ChildResult result = Run(words);
     EXPECT_EQ(std::tie(result.exitStatus, result.err), std::tie(kExitSuccess, "")) << start;
