@@ -224,9 +224,9 @@ int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,
 //
 // Memory of a threaded call, allocated when it starts and freed when it ends, whatever
 // the size of the input: 190 KB per thread (its share of the search trees, twice, so
-// that trees can change hands) and 6 bytes per byte of the block size (two blocks of
-// input and their matches: 384 KiB at the default), plus the stacks of the helper
-// threads (a few KB of each used).
+// that trees can change hands) and 24 bytes per byte of the block size (eight blocks
+// in flight, each with its input and the matches found: 1.5 MiB at the default), plus
+// the stacks of the helper threads (a few KB of each used).
 struct LzhufEncodeOptions {
   int threads = 1;  // more than kLzhufMaxThreads counts as kLzhufMaxThreads
   // Input bytes searched per block, 1 to kLzhufMaxBlockSize; 0 is kLzhufDefaultBlockSize.

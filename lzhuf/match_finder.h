@@ -107,11 +107,7 @@ class MatchFinder {
     const int left = child_[p][0];
     const int right = child_[p][1];
     const bool both = (left != kNilId) & (right != kNilId);
-#ifdef QFREE
-    int q = right ^ ((left ^ right) & -static_cast<int>(left != kNilId));
-#else
     int q = left == kNilId ? right : left;
-#endif
     if (both && child_[q][1] != kNilId) [[unlikely]] {
       do {
         q = child_[q][1];
@@ -141,11 +137,6 @@ class MatchFinder {
     const bool first = Expired(v);
     DeleteNode(first ? static_cast<int>(oldest_ & kIdMask) : kDummyId);
     oldest_ += first;
-#ifdef EXPIRE2
-    const bool second = Expired(v);
-    DeleteNode(second ? static_cast<int>(oldest_ & kIdMask) : kDummyId);
-    oldest_ += second;
-#endif
     if (Expired(v)) [[unlikely]] {
       do {
         DeleteNode(static_cast<int>(oldest_ & kIdMask));

@@ -204,7 +204,7 @@ void FindMatches(MatchFinder& finder, Block& block, const EdgeKeys& keys) {
 
 // Blocks in flight: read, searched by some threads, or waiting to be coded. The
 // threads may be this many blocks apart, which evens out the work of single blocks.
-constexpr uint64_t kSlots = 4;
+constexpr uint64_t kSlots = 8;
 constexpr uint64_t kNever = UINT64_MAX;
 
 // Work and time since the balance last looked: per tree the work units its insertions
