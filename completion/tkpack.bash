@@ -21,7 +21,7 @@ _tkpack_commands() {
 # The options of command $1, --help included.
 _tkpack_options() {
   case $1 in
-    build) echo --base --digest --sort ;;
+    build) echo --base --digest --sort --threads ;;
     check) echo --base --sort ;;
     install) echo --quiet --trust --pubkey ;;
     header) echo --json ;;
@@ -30,6 +30,7 @@ _tkpack_options() {
     diff) echo --extra --quiet --json ;;
     uninstall) echo --force --dry-run --quiet ;;
     sign) echo --key --password-file ;;
+    compress) echo --threads ;;
     decompress) echo --limit ;;
   esac
   echo --help
@@ -41,7 +42,7 @@ _tkpack_option_value() {
   case $1 in
     --base) echo dir ;;
     --key | --password-file | --pubkey) echo file ;;
-    --limit) echo text ;;
+    --limit | --threads) echo text ;;
   esac
 }
 

@@ -86,7 +86,7 @@ check "tkpack --v" --version
 check "tkpack frobnicate "
 
 # Each command's options.
-check "tkpack build -" --base --digest --sort --help
+check "tkpack build -" --base --digest --sort --threads --help
 check "tkpack check --" --base --sort --help
 check "tkpack install --" --quiet --trust --pubkey --help
 check "tkpack header -" --json --help
@@ -95,7 +95,7 @@ check "tkpack uninstall --" --force --dry-run --quiet --help
 check "tkpack list --l" --long
 check "tkpack verify --p" --pubkey
 check "tkpack sign --" --key --password-file --help
-check "tkpack compress -" --help
+check "tkpack compress -" --threads --help
 check "tkpack decompress --" --limit --help
 
 # Operands: description files, packages, directories, any file.
@@ -115,7 +115,7 @@ check "tkpack verify no" notes.txt
 check "tkpack list -- -" -odd.pkg
 
 # Every operand given: the options are left.
-check "tkpack build x.desc out.pkg " --base --digest --sort --help
+check "tkpack build x.desc out.pkg " --base --digest --sort --threads --help
 check "tkpack install a.pkg dest " --quiet --trust --pubkey --help
 
 # Option values, as the next word or after "=".
@@ -127,6 +127,7 @@ check "tkpack verify --pubkey=k" key.pub
 check "tkpack sign a.pkg --key " "${all_files[@]}"
 check "tkpack sign a.pkg --password-file=n" notes.txt
 check "tkpack decompress a.pkg out --limit "
+check "tkpack compress in out --threads "
 
 # Options and their values do not count as operands.
 check "tkpack install --pubkey key.pub " a.pkg b.pkg "my file.pkg" -odd.pkg dest sub

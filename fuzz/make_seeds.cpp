@@ -106,6 +106,7 @@ bool WriteCodecSeeds(SeedWriter& out, const std::string& stream) {
   };
   for (const auto& input : inputs) {
     if (!out.Write("lzhuf_round_trip", input[0], input[1])) return false;
+    if (!out.Write("lzhuf_threads", input[0], input[1])) return false;
     if (input[0] == "mixed") continue;  // too long to be worth decoding at every step
     if (!out.Write("lzhuf_decode", input[0], Compress(input[1]))) return false;
   }

@@ -3,9 +3,8 @@
 #include <cstring>
 
 #include "lzhuf/engine.h"
-#include "lzhuf/huffman.h"
 #include "lzhuf/match_tree.h"
-#include "lzhuf/position_code.h"
+#include "lzhuf/symbol_coder.h"
 
 namespace tk::lzhuf_detail {
 
@@ -16,39 +15,6 @@ namespace {
 void FillRing(LzhufCodec& codec) {
   std::memset(codec.ring, kRingFill, kStart);
   std::memset(codec.ring + kStart, 0, sizeof(codec.ring) - kStart);
-}
-
-void EncodeSymbol(LzhufCodec& codec, BitWriter& out, int c) {
-  int length = 0;
-  const uint32_t code = CodeAndUpdate(codec, c, length);
-  out.Put(code, length);
-  codec.lastCode = static_cast<uint16_t>(code);
-  codec.lastCodeLength = static_cast<uint16_t>(length);
-}
-
-void EncodePosition(BitWriter& out, int distance) {
-  const int group = distance >> kPositionLowBits;
-  const int length = kPositionTables.prefixLength[group];
-  const uint32_t prefix = kPositionTables.prefix[group] >> (8 - length);
-  const uint32_t low = static_cast<uint32_t>(distance) & ((1u << kPositionLowBits) - 1);
-  out.Put((prefix << kPositionLowBits) | low, length + kPositionLowBits);
-}
-
-// Sends the symbol at `r`: the match `best` found by the last insertion when it is
-// longer than 2 bytes (cut to the `available` bytes), else a literal. Returns the
-// number of bytes it covers.
-int EncodeStep(LzhufCodec& codec, BitWriter& out, int r, unsigned best, int available) {
-  codec.matchLength = static_cast<int16_t>(ScoreLength(best));
-  codec.matchPosition = static_cast<int16_t>(ScoreDistance(best));
-  int length = codec.matchLength;
-  if (length > available) length = available;
-  if (length <= kLzhufThreshold) {
-    EncodeSymbol(codec, out, codec.ring[r]);
-    return 1;
-  }
-  EncodeSymbol(codec, out, length + kMatchSymbolBase);
-  EncodePosition(out, codec.matchPosition);
-  return length;
 }
 
 // Codes everything `source` yields after the header, which `out` already holds.
@@ -68,7 +34,7 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
   Key key = KeyAt(codec.ring, r);
   int hint = InsertNode(codec, r, key, kNil, best);
   do {
-    const int covered = EncodeStep(codec, out, r, best, len);
+    const int covered = EncodeStep(codec, out, &codec.ring[r], best, len);
     if (out.failed()) return kLzhufWriteFailed;
     // Positions inside the symbol only need to enter the trees; the one after it
     // needs its match too.
@@ -100,14 +66,19 @@ int EncodeBody(LzhufCodec& codec, LzhufSource& source, BitWriter& out) {
 
 }  // namespace
 
-int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
+int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink, int threads,
+              size_t blockSize) {
   BitWriter out(sink, codec.outBlock);
   for (int i = 0; i < kHeaderSize; ++i) {
     codec.header[i] = static_cast<uint8_t>(size >> (8 * i));
     out.Put(codec.header[i], 8);
   }
   int result = kLzhufEmpty;
-  if (size != 0) result = EncodeBody(codec, source, out);
+  if (size != 0) {
+    result = threads > 1 ? EncodeBodyThreaded(codec, source, out, threads, blockSize)
+                         : kThreadsUnavailable;
+    if (result == kThreadsUnavailable) result = EncodeBody(codec, source, out);
+  }
   if (result == kLzhufWriteFailed || !out.Finish()) result = kLzhufWriteFailed;
   codec.codeSize = out.written();
   return result;

@@ -24,9 +24,22 @@ constexpr uint8_t kRingFill = ' ';
 constexpr int kHeaderSize = kLzhufHeaderBytes;  // the length, least significant byte first
 
 // Writes the header for `size` and, unless it is 0, codes everything `source`
-// yields. Returns kLzhufOk, kLzhufEmpty, or kLzhufWriteFailed as soon as a write
-// (or the final flush) has failed.
-int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink);
+// yields: with `threads` > 1 through EncodeBodyThreaded, else (or when the threads
+// cannot start) with the single-threaded encoder. Returns kLzhufOk, kLzhufEmpty, or
+// kLzhufWriteFailed as soon as a write (or the final flush) has failed.
+int EncodeAll(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink,
+              int threads = 1, size_t blockSize = 0);
+
+// EncodeBodyThreaded's result when its threads or its memory could not be had; it has
+// read nothing then.
+constexpr int kThreadsUnavailable = -1;
+
+// Codes everything `source` yields after the header, which `out` already holds, with
+// the match search spread over `threads` threads (the caller's included) in blocks of
+// `blockSize` input bytes; the bytes are those of the single-threaded encoder.
+// Returns kLzhufOk, kLzhufWriteFailed or kThreadsUnavailable.
+int EncodeBodyThreaded(LzhufCodec& codec, LzhufSource& source, BitWriter& out, int threads,
+                       size_t blockSize);
 
 // Decodes symbols until `size` bytes are out, or `limit` (when not 0) is reached,
 // from `source`, whose first `got` bytes, header included, sit in codec.inBlock.

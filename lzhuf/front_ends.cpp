@@ -54,6 +54,14 @@ int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vec
   return LzhufEncode(codec, source, data.size(), sink);
 }
 
+int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vector<uint8_t>& out,
+                      const LzhufEncodeOptions& options) {
+  out.clear();
+  LzhufMemorySource source(data);
+  LzhufBufferSink sink(out);
+  return LzhufEncode(codec, source, data.size(), sink, options);
+}
+
 int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,
                       std::vector<uint8_t>& out, uint64_t limit) {
   out.clear();
@@ -63,13 +71,18 @@ int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,
 }
 
 int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath) {
+  return LzhufEncodeFile(codec, sourcePath, destinationPath, LzhufEncodeOptions());
+}
+
+int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath,
+                    const LzhufEncodeOptions& options) {
   UniqueFile source;
   UniqueFile destination;
   if (!OpenPair(sourcePath, destinationPath, source, destination)) return kLzhufOpenFailed;
   const uint64_t size = SourceSize(source.get());
   LzhufFileSource in(source.get());
   LzhufFileSink out(destination.get());
-  const int result = LzhufEncode(codec, in, size, out);
+  const int result = LzhufEncode(codec, in, size, out, options);
   return CloseDestination(destination, result);
 }
 

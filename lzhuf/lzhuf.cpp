@@ -2,6 +2,9 @@
 // result codes around the encoding and decoding halves.
 #include "lzhuf/lzhuf.h"
 
+#include <sched.h>
+
+#include <algorithm>
 #include <cstring>
 
 #include "lzhuf/bit_io.h"
@@ -34,6 +37,22 @@ uint64_t LzhufStatedLength(const uint8_t* h) {
 int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
   ResetCounters(codec);
   return EncodeAll(codec, source, size, sink);
+}
+
+int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink,
+                const LzhufEncodeOptions& options) {
+  ResetCounters(codec);
+  const int threads = std::min(options.threads, kLzhufMaxThreads);
+  size_t blockSize = options.blockSize == 0 ? kLzhufDefaultBlockSize : options.blockSize;
+  blockSize = std::min(blockSize, kLzhufMaxBlockSize);
+  return EncodeAll(codec, source, size, sink, threads, blockSize);
+}
+
+int LzhufAvailableThreads() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (sched_getaffinity(0, sizeof set, &set) != 0) return 1;
+  return std::clamp(CPU_COUNT(&set), 1, kLzhufThreadsCap);
 }
 
 int LzhufDecode(LzhufCodec& codec, LzhufSource& source, LzhufSink& sink, uint64_t limit) {

@@ -13,7 +13,8 @@
 //
 // Thread-safety: the functions keep no shared state; everything lives in the
 // caller's LzhufCodec. One codec serves one operation at a time; use one per
-// thread to code in parallel.
+// thread to code in parallel. The encoder can itself spread one operation over
+// several threads (see Threads below); its output stays the same bytes.
 #ifndef TAVIK_LZHUF_LZHUF_H_
 #define TAVIK_LZHUF_LZHUF_H_
 
@@ -61,8 +62,9 @@ constexpr size_t kLzhufMaxWrite = kLzhufIoBlockSize + 16;
 // The working state of one coding operation. The caller creates and owns it; the
 // constructor does nothing, and each operation resets every part it uses, so one
 // object serves any number of operations one after another with results identical
-// to a fresh object. The codec never allocates: the I/O blocks live here too
-// (about 70 KB in all; allocate it rather than placing it on a small stack).
+// to a fresh object. The single-threaded codec never allocates: the I/O blocks live
+// here too (about 70 KB in all; allocate it rather than placing it on a small stack).
+// The threaded encoder allocates its own working memory (see Threads).
 struct LzhufCodec {
   LzhufCodec() {}  // deliberately leaves everything uninitialised
 
@@ -208,6 +210,49 @@ int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vec
 int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,
                       std::vector<uint8_t>& out, uint64_t limit);
 
+// ---- Threads -------------------------------------------------------------------
+
+// How the encoder may use threads. With `threads` 1 (or less) it is the single-threaded
+// encoder above. With more, the search for the match of every input position is
+// spread over that many threads, the caller's included, by search tree (one per first
+// byte), the trees moving between the threads so that each has as much work as the
+// others; the calling thread also reads and codes, one block behind the search. The
+// output is byte for byte the single-threaded encoder's, and the sources and sinks are
+// called from the calling thread only. The threads live for the one call. When they
+// cannot be started, or their memory cannot be had, the call codes on one thread:
+// never an error.
+//
+// Memory of a threaded call, allocated when it starts and freed when it ends, whatever
+// the size of the input: 190 KB per thread (its share of the search trees, twice, so
+// that trees can change hands) and 24 bytes per byte of the block size (eight blocks
+// in flight, each with its input and the matches found: 1.5 MiB at the default), plus
+// the stacks of the helper threads (a few KB of each used).
+struct LzhufEncodeOptions {
+  int threads = 1;  // more than kLzhufMaxThreads counts as kLzhufMaxThreads
+  // Input bytes searched per block, 1 to kLzhufMaxBlockSize; 0 is kLzhufDefaultBlockSize.
+  // The threads meet once per block: small blocks are for tests.
+  size_t blockSize = 0;
+};
+
+constexpr int kLzhufMaxThreads = 64;
+constexpr size_t kLzhufDefaultBlockSize = 64 * 1024;
+constexpr size_t kLzhufMaxBlockSize = 1024 * 1024;
+// The most threads LzhufAvailableThreads proposes: beyond it the coder, which stays on
+// one thread, is the bottleneck.
+constexpr int kLzhufThreadsCap = 8;
+
+// The processors this process may run on (its affinity mask), at least 1 and at most
+// kLzhufThreadsCap: the thread count for a caller that wants to use the machine.
+int LzhufAvailableThreads();
+
+// LzhufEncode with `options`; results and output as LzhufEncode.
+int LzhufEncode(LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink,
+                const LzhufEncodeOptions& options);
+
+// LzhufEncodeBuffer with `options`.
+int LzhufEncodeBuffer(LzhufCodec& codec, std::span<const uint8_t> data, std::vector<uint8_t>& out,
+                      const LzhufEncodeOptions& options);
+
 // ---- File front end ------------------------------------------------------------
 
 // Compresses the file `sourcePath` into a new file `destinationPath` (created or
@@ -219,6 +264,10 @@ int LzhufDecodeBuffer(LzhufCodec& codec, std::span<const uint8_t> compressed,
 //   kLzhufEmpty        the source is empty; the destination holds 00 00 00 00;
 //   kLzhufWriteFailed  a write or the final flush failed; both files closed.
 int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath);
+
+// LzhufEncodeFile with `options` (see Threads); results as LzhufEncodeFile.
+int LzhufEncodeFile(LzhufCodec& codec, const char* sourcePath, const char* destinationPath,
+                    const LzhufEncodeOptions& options);
 
 // Decompresses the file `sourcePath` into a new file `destinationPath`, `limit` as
 // for LzhufDecode. Returns:

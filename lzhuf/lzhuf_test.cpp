@@ -9,45 +9,17 @@
 #include <tuple>
 #include <vector>
 
-#include "testing/temp_dir.h"
+#include "lzhuf/test_inputs.h"
 
 namespace tk {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes ReadBytes(const std::string& path) {
-  const std::string bytes = test::ReadWholeFile(path);
-  return Bytes(bytes.begin(), bytes.end());
-}
-
-// Deterministic inputs: random bytes, and text and skewed bytes made from them. The
-// skewed ones (a few frequent values, long runs) make the adaptive code grow deep
-// and rebuild often.
-Bytes RandomBytes(size_t n, uint32_t seed) {
-  Bytes b(n);
-  for (auto& x : b) x = static_cast<uint8_t>((seed = seed * 1664525u + 1013904223u) >> 24);
-  return b;
-}
-
-Bytes TextBytes(size_t n) {
-  static const std::string kWords[] = {"package ",   "install ", "the ", "server ",  "file\n",
-                                       "directory ", "TAVIK ",   "= ",   "[File]\n", "0755 "};
-  Bytes b;
-  for (uint8_t r : RandomBytes(n, 7)) {
-    if (b.size() >= n) break;
-    b.insert(b.end(), kWords[r % 10].begin(), kWords[r % 10].end());
-  }
-  b.resize(n);
-  return b;
-}
-
-Bytes SkewedBytes(size_t n) {
-  Bytes b = RandomBytes(n, 99);
-  const Bytes rare = RandomBytes(n, 98);
-  for (size_t i = 0; i < n; ++i) b[i] = b[i] % 16 == 0 ? rare[i] : b[i] % 3;
-  return b;
-}
+using test::RandomBytes;
+using test::ReadBytes;
+using test::SkewedBytes;
+using test::TextBytes;
 
 Bytes Encode(LzhufCodec& codec, const Bytes& input) {
   Bytes out;

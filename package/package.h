@@ -38,6 +38,9 @@ struct BuildOptions {
   // instead of the order the file system returns them, so that the record stream
   // depends only on the tree's names and contents.
   bool sortNames = false;
+  // Threads that compress the record stream (LzhufEncodeOptions::threads): 1 is the
+  // single-threaded encoder; any number gives the same bytes.
+  int threads = 1;
 };
 
 class TkPackage {

@@ -90,7 +90,9 @@ bool TkPackage::Build(const char* descriptionPath, const char* baseDirectory,
     if (!failure.empty()) return Fail(std::move(failure));
   }
   auto codec = std::make_unique<LzhufCodec>();
-  if (LzhufEncodeFile(*codec, temp->path().c_str(), packagePath) != kLzhufOk) {
+  LzhufEncodeOptions encoding;
+  encoding.threads = options.threads;
+  if (LzhufEncodeFile(*codec, temp->path().c_str(), packagePath, encoding) != kLzhufOk) {
     return Fail("Cannot compress package file");
   }
   return true;

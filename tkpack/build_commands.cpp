@@ -50,6 +50,7 @@ int RunBuild(const CommandLine& line, ToolIo& io) {
   const std::optional<std::string> base = BaseDirectory(line);
   BuildOptions options = line.Has(kDigestOption) ? DigestBuildOptions() : BuildOptions();
   options.sortNames = line.Has(kSortOption);
+  options.threads = ThreadsOption(line);
   TkPackage package;
   bool built = false;
   {

@@ -112,10 +112,13 @@ int RunCodec(const CommandLine& line, ToolIo& io, const char* verb, const char* 
 }  // namespace
 
 int RunCompress(const CommandLine& line, ToolIo& io) {
-  return RunCodec(line, io, "compress", "compressing",
-                  [](LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
-                    return LzhufEncode(codec, source, size, sink);
-                  });
+  LzhufEncodeOptions options;
+  options.threads = ThreadsOption(line);
+  return RunCodec(
+      line, io, "compress", "compressing",
+      [&options](LzhufCodec& codec, LzhufSource& source, uint64_t size, LzhufSink& sink) {
+        return LzhufEncode(codec, source, size, sink, options);
+      });
 }
 
 int RunDecompress(const CommandLine& line, ToolIo& io) {

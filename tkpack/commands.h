@@ -36,6 +36,14 @@ inline constexpr const char* kJsonOption = "--json";
 // The option that names the public key a package's signature must match.
 inline constexpr const char* kPubkeyOption = "--pubkey";
 
+// The option of build and compress that sets how many threads compress (the output is
+// the same bytes whatever the number).
+inline constexpr const char* kThreadsOption = "--threads";
+
+// The encoder's threads for `line`: N of kThreadsOption, at most kLzhufMaxThreads;
+// without the option, or with 0, the processors available (LzhufAvailableThreads).
+int ThreadsOption(const CommandLine& line);
+
 // How a command reports: lines, nothing but failures, or a JSON document.
 enum class Reporting { kLines, kQuiet, kJson };
 
@@ -50,9 +58,9 @@ bool CheckSignatureOption(const CommandLine& line, const std::string& packagePat
 // Prints "tkpack: " + `message` and a LF to io.err; returns kExitFailure.
 int ReportFailure(ToolIo& io, const std::string& message);
 
-// build DESCRIPTION PACKAGE [--base DIR] [--digest]: TkPackage::BuildPackage; the base
-// directory defaults to the description file's own directory. --digest builds with
-// DigestBuildOptions (digest.h).
+// build DESCRIPTION PACKAGE [--base DIR] [--digest] [--sort] [--threads N]:
+// TkPackage::BuildPackage; the base directory defaults to the description file's own
+// directory. --digest builds with DigestBuildOptions (digest.h).
 int RunBuild(const CommandLine& line, ToolIo& io);
 
 // The stages that build's progress display follows: the record stream that
@@ -101,7 +109,8 @@ int RunDiff(const CommandLine& line, ToolIo& io);
 // kExitFailure when anything was kept.
 int RunUninstall(const CommandLine& line, ToolIo& io);
 
-// compress IN OUT and decompress IN OUT [--limit N]: the codec on single files.
+// compress IN OUT [--threads N] and decompress IN OUT [--limit N]: the codec on single
+// files.
 int RunCompress(const CommandLine& line, ToolIo& io);
 int RunDecompress(const CommandLine& line, ToolIo& io);
 

@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "lzhuf/lzhuf.h"
 #include "tkpack/command_line.h"
 #include "tkpack/commands.h"
 
@@ -37,6 +39,10 @@ const OptionSyntax kJsonOptionSyntax = {kJsonOption, Value::kNone, nullptr,
 const OptionSyntax kPubkeyOptionSyntax = {kPubkeyOption, Value::kText, "FILE",
                                           "check PACKAGE.minisig against this public key"};
 
+const OptionSyntax kThreadsOptionSyntax = {kThreadsOption, Value::kByteCount, "N",
+                                           "compress with N threads, the same bytes (default: "
+                                           "the processors available, at most 8)"};
+
 const std::vector<ToolCommand>& ToolCommands() {
   static const std::vector<ToolCommand> commands = {
       {{"build",
@@ -50,7 +56,8 @@ const std::vector<ToolCommand>& ToolCommands() {
         "gives the same package whatever order its files were made in.",
         {kBaseOption,
          {"--digest", Value::kNone, nullptr, "write an integrity digest into the header"},
-         kSortOptionSyntax}},
+         kSortOptionSyntax,
+         kThreadsOptionSyntax}},
        RunBuild},
       {{"check",
         "DESCRIPTION",
@@ -145,7 +152,7 @@ const std::vector<ToolCommand>& ToolCommands() {
         2,
         "compress a file with the LZHUF codec",
         "Compresses the file IN into the file OUT.",
-        {}},
+        {kThreadsOptionSyntax}},
        RunCompress},
       {{"decompress",
         "IN OUT",
@@ -208,6 +215,13 @@ int RunToolCommand(const ToolCommand& command, const std::vector<std::string>& a
 }
 
 }  // namespace
+
+int ThreadsOption(const CommandLine& line) {
+  uint64_t threads = 0;  // the parser has checked the number
+  ParseByteCount(line.Value(kThreadsOption, "0"), threads);
+  if (threads == 0) return LzhufAvailableThreads();
+  return static_cast<int>(std::min<uint64_t>(threads, kLzhufMaxThreads));
+}
 
 int ReportFailure(ToolIo& io, const std::string& message) {
   std::fprintf(io.err, "tkpack: %s\n", message.c_str());

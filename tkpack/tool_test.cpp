@@ -68,7 +68,8 @@ class Tkpack : public test::TempDirTest {
 TEST_F(Tkpack, HelpVersionAndUsageErrors) {
   const string tool =
       "usage: tkpack COMMAND ARGUMENTS... [--help]\n       tkpack --help | --version\n";
-  const string build = "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest] [--sort]\n";
+  const string build =
+      "usage: tkpack build DESCRIPTION PACKAGE [--base DIR] [--digest] [--sort] [--threads N]\n";
   const string install =
       "usage: tkpack install PACKAGE DESTDIR [--quiet] [--trust] [--pubkey FILE]\n";
   const string decompress = "usage: tkpack decompress IN OUT [--limit N]\n";
@@ -83,7 +84,7 @@ TEST_F(Tkpack, HelpVersionAndUsageErrors) {
       {{"verify", "--help"}, "usage: tkpack verify PACKAGE [--pubkey FILE] [--json]\n"},
       {{"sign", "--help"},
        "usage: tkpack sign PACKAGE [--key SECRET_KEY_FILE] [--password-file FILE]\n"},
-      {{"compress", "--help"}, "usage: tkpack compress IN OUT\n"}};
+      {{"compress", "--help"}, "usage: tkpack compress IN OUT [--threads N]\n"}};
   for (const auto& [words, start] : help) {
     const test::ChildResult result = Run(words);
     EXPECT_EQ(std::tie(result.exitStatus, result.err), std::tie(kExitSuccess, "")) << start;
@@ -183,8 +184,8 @@ TEST_F(Tkpack, CommandsThatSucceed) {
   EXPECT_EQ(Listing(), before);
 }
 
-// Compressed files, and files decompressed whole or up to a limit, are those of the
-// codec's file front end.
+// Compressed files, with any number of threads, and files decompressed whole or up to a
+// limit, are those of the codec's single-threaded file front end.
 TEST_F(Tkpack, CompressAndDecompressMatchTheCodecFrontEnd) {
   auto codec = std::make_unique<LzhufCodec>();
   std::mt19937 generator(7);
@@ -198,11 +199,25 @@ TEST_F(Tkpack, CompressAndDecompressMatchTheCodecFrontEnd) {
                std::to_string(ReadFile("ref.lzh").size()) + " bytes)\n",
            "");
     EXPECT_EQ(ReadFile("in.lzh"), ReadFile("ref.lzh"));
+    for (const char* threads : {"1", "3"}) {
+      EXPECT_EQ(Run({"compress", "in", "in.lzh", "--threads", threads}).exitStatus, kExitSuccess);
+      EXPECT_EQ(ReadFile("in.lzh"), ReadFile("ref.lzh")) << threads;
+    }
     EXPECT_EQ(Run({"decompress", "in.lzh", "out"}).exitStatus, kExitSuccess);
     EXPECT_EQ(ReadFile("out"), bytes);
     EXPECT_EQ(Run({"decompress", "in.lzh", "part", "--limit=2500"}).exitStatus, kExitSuccess);
     ASSERT_EQ(LzhufDecodeFile(*codec, Path("in.lzh").c_str(), Path("ref").c_str(), 2500), 0);
     EXPECT_EQ(ReadFile("part"), ReadFile("ref"));
+  }
+}
+
+// The number of threads changes nothing in a built package.
+TEST_F(Tkpack, BuildGivesTheSameBytesWithAnyNumberOfThreads) {
+  BuildSample();
+  for (const char* threads : {"1", "2", "5"}) {
+    ASSERT_EQ(Run({"build", "src/desc.txt", "threads.pkg", "--threads", threads}).exitStatus,
+              kExitSuccess);
+    EXPECT_EQ(ReadFile("threads.pkg"), ReadFile("sample.pkg")) << threads;
   }
 }
 
