@@ -16,9 +16,11 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
+using test::ChunkedSource;
 using test::RandomBytes;
 using test::ReadBytes;
 using test::SkewedBytes;
+using test::TestSink;
 using test::TextBytes;
 
 Bytes Encode(LzhufCodec& codec, const Bytes& input) {
@@ -154,41 +156,6 @@ TEST(LzhufEdges, HandMadeStreamsDecodeToTheStatedLength) {
     EXPECT_EQ(length, LzhufStatedLength(HandMade(field, "").data())) << field;
   }
 }
-
-// A source handing out at most `chunk` bytes per call, and a sink that keeps what
-// it is given and refuses everything after `room` bytes, or at the flush: what a
-// progress display or a full disk puts around the codec.
-class ChunkedSource : public LzhufMemorySource {
- public:
-  ChunkedSource(const Bytes& data, size_t chunk) : LzhufMemorySource(data), chunk_(chunk) {}
-  size_t Read(uint8_t* buffer, size_t capacity) override {
-    return LzhufMemorySource::Read(buffer, std::min(capacity, chunk_));
-  }
-
- private:
-  size_t chunk_;
-};
-
-class TestSink : public LzhufSink {
- public:
-  explicit TestSink(size_t room = SIZE_MAX, bool flushFails = false)
-      : room_(room), flushFails_(flushFails) {}
-  bool Write(const uint8_t* data, size_t size) override {
-    EXPECT_LE(size, kLzhufMaxWrite);
-    if (size > room_) return false;
-    room_ -= size;
-    bytes.insert(bytes.end(), data, data + size);
-    ++calls;
-    return true;
-  }
-  bool Flush() override { return !flushFails_; }
-  Bytes bytes;
-  int calls = 0;
-
- private:
-  size_t room_;
-  bool flushFails_;
-};
 
 TEST(LzhufStreams, ShortReadsAndBlockWritesCodeTheSameBytes) {
   auto codec = std::make_unique<LzhufCodec>();

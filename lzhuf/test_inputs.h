@@ -1,15 +1,20 @@
 // Deterministic inputs for the codec's tests (not part of the library): random bytes,
-// and text and skewed bytes made from them. The skewed ones (a few frequent values,
+// and text and skewed bytes made from them; and the source and sink the tests put
+// around the codec. The skewed ones (a few frequent values,
 // long runs) make the adaptive code grow deep and rebuild often; text has the long
 // matches that insert many positions without a search.
 #ifndef TAVIK_LZHUF_TEST_INPUTS_H_
 #define TAVIK_LZHUF_TEST_INPUTS_H_
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "lzhuf/lzhuf.h"
 #include "testing/temp_dir.h"
 
 namespace tk::test {
@@ -45,6 +50,41 @@ inline Bytes SkewedBytes(size_t n) {
   for (size_t i = 0; i < n; ++i) b[i] = b[i] % 16 == 0 ? rare[i] : b[i] % 3;
   return b;
 }
+
+// A source handing out at most `chunk` bytes per call, and a sink that keeps what
+// it is given and refuses everything after `room` bytes, or at the flush: what a
+// progress display or a full disk puts around the codec.
+class ChunkedSource : public LzhufMemorySource {
+ public:
+  ChunkedSource(const Bytes& data, size_t chunk) : LzhufMemorySource(data), chunk_(chunk) {}
+  size_t Read(uint8_t* buffer, size_t capacity) override {
+    return LzhufMemorySource::Read(buffer, std::min(capacity, chunk_));
+  }
+
+ private:
+  size_t chunk_;
+};
+
+class TestSink : public LzhufSink {
+ public:
+  explicit TestSink(size_t room = SIZE_MAX, bool flushFails = false)
+      : room_(room), flushFails_(flushFails) {}
+  bool Write(const uint8_t* data, size_t size) override {
+    EXPECT_LE(size, kLzhufMaxWrite);
+    if (size > room_) return false;
+    room_ -= size;
+    bytes.insert(bytes.end(), data, data + size);
+    ++calls;
+    return true;
+  }
+  bool Flush() override { return !flushFails_; }
+  Bytes bytes;
+  int calls = 0;
+
+ private:
+  size_t room_;
+  bool flushFails_;
+};
 
 }  // namespace tk::test
 

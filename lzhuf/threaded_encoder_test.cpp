@@ -23,8 +23,10 @@ namespace tk {
 namespace {
 
 using test::Bytes;
+using test::ChunkedSource;
 using test::RandomBytes;
 using test::SkewedBytes;
+using test::TestSink;
 using test::TextBytes;
 
 // The single-threaded encoder's bytes, from a codec of its own.
@@ -163,37 +165,6 @@ TEST(LzhufThreads, LongInputsWithTreesChangingHands) {
     }
   }
 }
-
-// A source handing out at most `chunk` bytes per call (a stated size of its own), and a
-// sink that refuses everything after `room` bytes, or at the flush.
-class ChunkedSource : public LzhufMemorySource {
- public:
-  ChunkedSource(const Bytes& data, size_t chunk) : LzhufMemorySource(data), chunk_(chunk) {}
-  size_t Read(uint8_t* buffer, size_t capacity) override {
-    return LzhufMemorySource::Read(buffer, std::min(capacity, chunk_));
-  }
-
- private:
-  size_t chunk_;
-};
-
-class TestSink : public LzhufSink {
- public:
-  explicit TestSink(size_t room = SIZE_MAX, bool flushFails = false)
-      : room_(room), flushFails_(flushFails) {}
-  bool Write(const uint8_t* data, size_t size) override {
-    if (size > room_) return false;
-    room_ -= size;
-    bytes.insert(bytes.end(), data, data + size);
-    return true;
-  }
-  bool Flush() override { return !flushFails_; }
-  Bytes bytes;
-
- private:
-  size_t room_;
-  bool flushFails_;
-};
 
 // What the sink receives and the result, for the single-threaded encoder and the threaded
 // one alike: short reads change nothing; a refused write gives 145 with exactly the
