@@ -22,14 +22,16 @@ void Progress(bool verbose, const char* line) {
   std::fflush(stdout);
 }
 
-// The start of every installation: the destination with its missing parents, then the
-// first progress line. The message of a failure, or "". (A free function: nothing
-// before the decompression calls a member, whose type check under UBSan would need a
-// descriptor that a full table may not have; see
-// PackageFaultTest.InstallationWaitsForAFullDescriptorTable.)
-std::string StartInstallation(const char* packagePath, const std::string& destination,
-                              bool verbose) {
-  const std::string target = InstallDirectory(destination);
+// The start of every installation: the arguments checked, the destination (as text in
+// `destinationArgument`) with its missing parents, then the first progress line. The
+// message of a failure, or "". (A free function: nothing before the decompression calls
+// a member, whose type check under UBSan would need a descriptor that a full table may
+// not have; see PackageFaultTest.InstallationWaitsForAFullDescriptorTable.)
+std::string StartInstallation(const char* packagePath, const char* destination, bool verbose,
+                              std::string& destinationArgument) {
+  if (packagePath == nullptr) return "No package file";
+  destinationArgument = destination != nullptr ? destination : "";
+  const std::string target = InstallDirectory(destinationArgument);
   if (DirectoryExists(target.c_str()) == 0 && CreateDirectoryPath(target.c_str(), false) != 1) {
     return "cannot create target directory: " + target;
   }
@@ -41,9 +43,9 @@ std::string StartInstallation(const char* packagePath, const std::string& destin
 
 bool TkPackage::InstallPackage(const char* packagePath, const char* destination, int verbose) {
   error_.clear();
-  if (packagePath == nullptr) return Fail("No package file");
-  const std::string destinationArgument = destination != nullptr ? destination : "";
-  if (std::string failure = StartInstallation(packagePath, destinationArgument, verbose != 0);
+  std::string destinationArgument;
+  if (std::string failure =
+          StartInstallation(packagePath, destination, verbose != 0, destinationArgument);
       !failure.empty()) {
     return Fail(std::move(failure));
   }
@@ -65,9 +67,9 @@ bool TkPackage::InstallPackage(const char* packagePath, const char* destination,
 bool TkPackage::InstallStream(FILE* stream, const char* packagePath, const char* destination,
                               int verbose, InstallTree& tree) {
   error_.clear();
-  if (packagePath == nullptr) return Fail("No package file");
-  const std::string destinationArgument = destination != nullptr ? destination : "";
-  if (std::string failure = StartInstallation(packagePath, destinationArgument, verbose != 0);
+  std::string destinationArgument;
+  if (std::string failure =
+          StartInstallation(packagePath, destination, verbose != 0, destinationArgument);
       !failure.empty()) {
     return Fail(std::move(failure));
   }
